@@ -1,0 +1,98 @@
+// Error-checking POSIX mutex and scoped lock.
+#include <vel_loc_fw/mutex.h>
+
+#include <errno.h>
+#include <string.h>
+
+#include <new>
+
+#include <vel_loc_fw/log_util.h>
+
+namespace vel_loc_fw {
+
+Mutex::~Mutex() = default;
+
+Mutex* Mutex::createInstance(const char* name, bool verbose) {
+    return new (std::nothrow) MutexImpl(name, verbose);
+}
+
+MutexImpl::MutexImpl(const char* name, bool verbose)
+    : name_(name != nullptr ? name : "Mutex"), verbose_(verbose) {
+    int result = 0;
+    pthread_mutexattr_t attr;
+    if (pthread_mutexattr_init(&attr) != 0) {
+        result = 2;
+    } else if (pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK) != 0) {
+        result = pthread_mutexattr_destroy(&attr) != 0 ? 5 : 3;
+    } else {
+        const int init_rc = pthread_mutex_init(&mutex_, &attr);
+        if (pthread_mutexattr_destroy(&attr) != 0) {
+            result = 5;
+        } else if (init_rc != 0) {
+            result = 4;
+        }
+    }
+    if (result != 0) {
+        log_error_no_lock(name_, "MutexImpl: result: %d, error: %d, [%s]", result, errno,
+                          strerror(errno));
+    }
+}
+
+MutexImpl::~MutexImpl() {
+    const int rc = pthread_mutex_destroy(&mutex_);
+    if (rc != 0) {
+        log_error_no_lock(name_, "~MutexImpl: pthread_mutex_destroy rc: %d, [%s]", rc,
+                          strerror(rc));
+    }
+}
+
+int MutexImpl::lock() {
+    if (verbose_) log_verbose(name_, "lock: about to lock");
+    const int rc = pthread_mutex_lock(&mutex_);
+    if (rc != 0) {
+        log_error_no_lock(name_, "lock: pthread_mutex_lock return code: %d, [%s]", rc,
+                          strerror(rc));
+        return 1;
+    }
+    if (verbose_) log_verbose(name_, "lock: just acquired");
+    return 0;
+}
+
+int MutexImpl::unlock() {
+    if (pthread_mutex_unlock(&mutex_) != 0) {
+        // pthread returns the code rather than setting errno; errno is what
+        // this message has always carried, so field reports stay comparable.
+        log_error_no_lock(name_, "unlock: pthread_mutex_unlock error: %d, [%s]", errno,
+                          strerror(errno));
+        return 1;
+    }
+    if (verbose_) log_verbose(name_, "lock: just released");
+    return 0;
+}
+
+AutoLock::AutoLock(Mutex* mutex, const char* name)
+    : mutex_(mutex), name_(name != nullptr ? name : "AutoLock"), locked_(false) {
+    if (mutex_ == nullptr) {
+        log_error_no_lock(name_, "AutoLock: lock error: %d", 2);
+    } else if (mutex_->lock() == 0) {
+        locked_ = true;
+    } else {
+        log_error_no_lock(name_, "AutoLock: lock error: %d", 3);
+    }
+}
+
+AutoLock::~AutoLock() {
+    if (mutex_ == nullptr) {
+        log_error_no_lock(name_, "AutoLock: unlock error: %d", 2);
+    } else if (locked_) {
+        if (mutex_->unlock() == 0) {
+            locked_ = false;
+        } else {
+            log_error_no_lock(name_, "AutoLock: unlock error: %d", 3);
+        }
+    }
+}
+
+int AutoLock::ZeroIfLocked() const { return locked_ ? 0 : 1; }
+
+}  // namespace vel_loc_fw
