@@ -1,0 +1,228 @@
+// Request bookkeeping: client request ids and the tables that map a client
+// request id back to the HAL's request id and callbacks.
+#include "wifihal/request_bookkeeping.h"
+
+#include <stdlib.h>
+
+#include <new>
+
+#include <vel_loc_fw/log_util.h>
+#include <vel_loc_fw/mutex.h>
+
+#include "wifihal/wifihal_internal.h"
+
+uint32_t req_id = 0;
+wifi_rtt_capabilities* rttCachedCapabilities = nullptr;
+vel_loc_fw::List<RttRequestHandlerNode> rttRequestHandlers;
+vel_loc_fw::List<RspHandlerNode> rspHandlers;
+vel_loc_fw::vector<WiFiHalReqCacheEntry> g_req_cache;
+
+namespace {
+
+// Guards everything above. Never held while calling into the client library
+// or a HAL callback; logging under it is fine, since the log code never
+// calls back into the bookkeeping.
+vel_loc_fw::MutexImpl g_bookkeeping_mutex("WifiHalBookkeeping", false);
+
+class BookkeepingLock {
+  public:
+    BookkeepingLock() : lock_(&g_bookkeeping_mutex, "WifiHalBookkeeping") {}
+
+  private:
+    vel_loc_fw::AutoLock lock_;
+};
+
+enum class RspLookup { kWithSize, kWithoutSize };
+
+// Walks `rspHandlers` for `varnReqId`, logging each node passed, and returns
+// the first match (null when none). Requires the bookkeeping lock.
+RspHandlerNode* findRspHandlerLocked(const char* caller, uint32_t varnReqId, RspLookup style) {
+    const unsigned size = static_cast<unsigned>(rspHandlers.size());
+    return rspHandlers.find([&](const RspHandlerNode& node) {
+        const char* type = VARNRequest::toString(node.reqType);
+        if (style == RspLookup::kWithSize) {
+            vel_loc_fw::log_verbose(
+                    kWifiHalTag, "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) rspHandlersSz(%u)",
+                    caller, varnReqId, static_cast<int>(node.varnReqId), type, size);
+        } else {
+            vel_loc_fw::log_verbose(kWifiHalTag,
+                                    "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) ", caller,
+                                    varnReqId, static_cast<int>(node.varnReqId), type);
+        }
+        return node.varnReqId == varnReqId;
+    });
+}
+
+}  // namespace
+
+uint32_t nextReqId() {
+    BookkeepingLock lock;
+    if (req_id == UINT32_MAX) {
+        // Wrapping would hand out ids the service may still have pending, and
+        // responses would reach the wrong request.
+        vel_loc_fw::log_error(kWifiHalTag, "%s: request id space exhausted (%u)", __func__,
+                              req_id);
+        abort();
+    }
+    return ++req_id;
+}
+
+void resetReqId() {
+    BookkeepingLock lock;
+    req_id = 0;
+}
+
+int32_t findRttHalReqId(uint32_t varnReqId) {
+    BookkeepingLock lock;
+    const RttRequestHandlerNode* node = rttRequestHandlers.find(
+            [varnReqId](const RttRequestHandlerNode& n) { return n.varnReqId == varnReqId; });
+    return node != nullptr ? node->clReqId : -1;
+}
+
+int32_t getWiFiHalReqId(uint32_t varnReqId) {
+    return findRttHalReqId(varnReqId);
+}
+
+void deleteWiFiHalReq(uint32_t clReqId) {
+    BookkeepingLock lock;
+    const int32_t wanted = static_cast<int32_t>(clReqId);
+    RttRequestHandlerNode* node = rttRequestHandlers.find(
+            [wanted](const RttRequestHandlerNode& n) { return n.clReqId == wanted; });
+    if (node != nullptr) rttRequestHandlers.erase_and_delete(node);
+}
+
+int getRttHandler(uint32_t varnReqId, wifi_rtt_event_handler* handler) {
+    BookkeepingLock lock;
+    const RttRequestHandlerNode* node = rttRequestHandlers.find(
+            [varnReqId](const RttRequestHandlerNode& n) { return n.varnReqId == varnReqId; });
+    if (node == nullptr) return -1;
+    *handler = node->handler;
+    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, node->clReqId,
+                            varnReqId);
+    return 0;
+}
+
+void getGscanEventHandler(int& clReqId, uint32_t varnReqId, wifi_scan_result_handler* handler) {
+    BookkeepingLock lock;
+    const RspHandlerNode* node = findRspHandlerLocked(__func__, varnReqId, RspLookup::kWithSize);
+    if (node == nullptr) return;
+    clReqId = node->clReqId;
+    *handler = node->handler.scan;
+    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, clReqId,
+                            varnReqId);
+}
+
+void getHotlistApEvtHandler(int& clReqId, uint32_t varnReqId,
+                            wifi_hotlist_ap_found_handler* handler) {
+    BookkeepingLock lock;
+    const RspHandlerNode* node = findRspHandlerLocked(__func__, varnReqId, RspLookup::kWithoutSize);
+    if (node == nullptr) return;
+    clReqId = node->clReqId;
+    *handler = node->handler.hotlist;
+    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, clReqId,
+                            varnReqId);
+}
+
+void getSigChangeEvtHandler(int& clReqId, uint32_t varnReqId,
+                            wifi_significant_change_handler* handler) {
+    BookkeepingLock lock;
+    const RspHandlerNode* node = findRspHandlerLocked(__func__, varnReqId, RspLookup::kWithoutSize);
+    if (node == nullptr) return;
+    clReqId = node->clReqId;
+    *handler = node->handler.significant_change;
+    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, clReqId,
+                            varnReqId);
+}
+
+void cleanupHandlers(eVARNRequestType reqType) {
+    BookkeepingLock lock;
+    vel_loc_fw::log_verbose(kWifiHalTag, "Before @cleanupHandlers(): rspHandlers size %d",
+                            static_cast<int>(rspHandlers.size()));
+    for (;;) {
+        RspHandlerNode* node = rspHandlers.find(
+                [reqType](const RspHandlerNode& n) { return n.reqType == reqType; });
+        if (node == nullptr) break;
+        vel_loc_fw::log_verbose(kWifiHalTag, "%s: for %s request", __func__,
+                                VARNRequest::toString(reqType));
+        if (!rspHandlers.erase_and_delete(node)) break;
+    }
+    vel_loc_fw::log_verbose(kWifiHalTag, "After @cleanupHandlers(): rspHandlers size %d",
+                            static_cast<int>(rspHandlers.size()));
+}
+
+void cleanupRttHandlers() {}
+
+int addRttRequestHandler(int32_t clReqId, uint32_t varnReqId,
+                         const wifi_rtt_event_handler& handler) {
+    RttRequestHandlerNode* node =
+            new (std::nothrow) RttRequestHandlerNode{nullptr, clReqId, varnReqId, handler};
+    if (node == nullptr) {
+        vel_loc_fw::log_error(kWifiHalTag, "%s: memory allocation failure", __func__);
+        return -1;
+    }
+    BookkeepingLock lock;
+    rttRequestHandlers.push_front(node);
+    return 0;
+}
+
+int addRspHandler(int32_t clReqId, uint32_t varnReqId, eVARNRequestType reqType,
+                  const RspHandlerRecord& handler) {
+    RspHandlerNode* node =
+            new (std::nothrow) RspHandlerNode{nullptr, clReqId, varnReqId, reqType, handler};
+    if (node == nullptr) {
+        vel_loc_fw::log_error(kWifiHalTag, "%s: memory allocation failure", __func__);
+        return -1;
+    }
+    BookkeepingLock lock;
+    rspHandlers.push_front(node);
+    return 0;
+}
+
+void clearReqCache() {
+    BookkeepingLock lock;
+    g_req_cache.clear();
+}
+
+int appendReqCache(const VARNMacAddress& bssid, eVARNBandwidth bandwidth) {
+    WiFiHalReqCacheEntry entry;
+    entry.bssid = bssid;
+    entry.bandwidth = bandwidth;
+    BookkeepingLock lock;
+    return g_req_cache.push_back(entry);
+}
+
+bool findRequestedBandwidth(const VARNMacAddress& bssid, WiFiHalReqCacheEntry* entry) {
+    BookkeepingLock lock;
+    for (const WiFiHalReqCacheEntry& cached : g_req_cache) {
+        if (cached.bssid.compareTo(bssid) == 0) {
+            *entry = cached;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool copyCachedRttCapabilities(wifi_rtt_capabilities* capabilities) {
+    BookkeepingLock lock;
+    if (rttCachedCapabilities == nullptr) return false;
+    *capabilities = *rttCachedCapabilities;
+    return true;
+}
+
+int storeRttCapabilities(const wifi_rtt_capabilities& capabilities) {
+    BookkeepingLock lock;
+    if (rttCachedCapabilities != nullptr) return 0;
+    rttCachedCapabilities =
+            static_cast<wifi_rtt_capabilities*>(malloc(sizeof(wifi_rtt_capabilities)));
+    if (rttCachedCapabilities == nullptr) return -1;
+    *rttCachedCapabilities = capabilities;
+    return 0;
+}
+
+void releaseBookkeeping() {
+    BookkeepingLock lock;
+    free(rttCachedCapabilities);
+    rttCachedCapabilities = nullptr;
+    rttRequestHandlers.clear();
+    rspHandlers.clear();
+}
