@@ -1,18 +1,17 @@
 // Conversion of the client library's ranging measurements into Android
 // `wifi_rtt_result_v2` records: status, type, RSSI, rates, bandwidth,
 // distances, time stamp and the LCI/LCR information elements.
-#include "listener/varn_client_listener_impl.h"
+#include <varn_wifihal.h>
+#include <varn_wifihal_results.h>
+#include <vel_loc_fw/log_util.h>
 
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
-#include <varn_wifihal.h>
-#include <varn_wifihal_results.h>
-#include <vel_loc_fw/log_util.h>
-
 #include "listener/listener_internal.h"
+#include "listener/varn_client_listener_impl.h"
 #include "wifihal/request_bookkeeping.h"
 
 using varn_listener::kTag;
@@ -50,7 +49,7 @@ int psToMm(wifi_timespan ps) {
 wifi_information_element* copyElement(const VARNInformationElement& element, const char* name) {
     if (element.data == nullptr || element.length == 0) return nullptr;
     fw::log_verbose(kTag, "@processLocationIeData(): %s received len(%u)", name,
-                     static_cast<unsigned>(element.length));
+                    static_cast<unsigned>(element.length));
     auto* copy = static_cast<wifi_information_element*>(malloc(element.length + 2u));
     if (copy == nullptr) {
         fw::log_debug(kTag, "@processLocationIeData(): memory allocation error");
@@ -69,7 +68,7 @@ void VARNClientListenerImpl::mapVarnStatusToWiFiHalStatus(wifi_rtt_result_v2* re
                                                           eScanStatus request_status) {
     const int32_t target = measurement->target_status;
     fw::log_verbose(kTag, "%s: status IN(%d)(%s) ReqStatus(%d)", "mapVarnStatusToWiFiHalStatus",
-                     target, targetStatusName(target), static_cast<int>(request_status));
+                    target, targetStatusName(target), static_cast<int>(request_status));
     // Indexed by the target status 0..10.
     static const wifi_rtt_status kByTarget[11] = {
             RTT_STATUS_SUCCESS,
@@ -105,7 +104,7 @@ void VARNClientListenerImpl::mapVarnStatusToWiFiHalStatus(wifi_rtt_result_v2* re
     }
     result->rtt_result.status = status;
     fw::log_verbose(kTag, "@mapVarnStatusToWiFiHalStatus(): status OUT(%d)(%s)",
-                     static_cast<int>(status), wifiHalStatusName(status));
+                    static_cast<int>(status), wifiHalStatusName(status));
 }
 
 void VARNClientListenerImpl::mapRttTypeToWiFiHal(wifi_rtt_result_v2* result,
@@ -127,8 +126,8 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
     const uint32_t n = frames.size();
     if (n == 0) {
         fw::log_warning(kTag,
-                         "@computeRssiMetrics(): no measurements available to calculate rssi "
-                         "metrics");
+                        "@computeRssiMetrics(): no measurements available to calculate rssi "
+                        "metrics");
         return;
     }
     const bool verbose = fw::is_log_verbose_enabled(kTag);
@@ -139,7 +138,7 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
         const int32_t rssi = frames[k]->rssi;
         if (verbose) {
             fw::log_verbose(kTag, "@computeRssiMetrics(): rssi[%d] = %d", static_cast<int>(k),
-                             rssi);
+                            rssi);
         }
         amplitude_sum += pow(10.0, rssi / 20.0);
         if (rssi > rssi_max) {
@@ -152,8 +151,9 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
     const int32_t spread = rssi_max - rssi_min;
     result->rtt_result.rssi = avg * -2;
     result->rtt_result.rssi_spread = spread;
-    fw::log_verbose(kTag, "@computeRssiMetrics(): avgRssi(%d), rssiMax(%d), rssiMin(%d), rssiSp(%d)",
-                     avg, rssi_max, rssi_min, spread);
+    fw::log_verbose(kTag,
+                    "@computeRssiMetrics(): avgRssi(%d), rssiMax(%d), rssiMin(%d), rssiSp(%d)", avg,
+                    rssi_max, rssi_min, spread);
 }
 
 wifi_rtt_bw VARNClientListenerImpl::mapVARNBwToWiFiHal(uint8_t bw) {
@@ -180,8 +180,8 @@ void fillRate(wifi_rate& rate, const VARNRateInfo& info, const char* function,
     rate.bitrate = info.bit_rate;
     rate.rateMcsIdx = info.mcs_index;
     if (info.bandwidth > 32) fw::log_error(kTag, bad_bw_format, function);
-    rate.bw = static_cast<uint32_t>(VARNClientListenerImpl::mapVARNBwToWiFiHal(info.bandwidth)) &
-              7u;
+    rate.bw =
+            static_cast<uint32_t>(VARNClientListenerImpl::mapVARNBwToWiFiHal(info.bandwidth)) & 7u;
 }
 
 }  // namespace
@@ -245,38 +245,39 @@ void VARNClientListenerImpl::printWiFiHalNodeResult(const wifi_rtt_result_v2* re
     const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(r.addr);
     const int type = r.type;
     fw::log_verbose(kTag, "%s: " VARN_BSSID_FMT " status(%d)(%s) type(%d)(%s)",
-                     "printWiFiHalNodeResult", VARN_BSSID_ARGS(bssid), static_cast<int>(r.status),
-                     wifiHalStatusName(r.status), type,
-                     type >= 1 && type <= 2 ? WIFIHAL_RTT_STR[type - 1] : "UNKNOWN");
+                    "printWiFiHalNodeResult", VARN_BSSID_ARGS(bssid), static_cast<int>(r.status),
+                    wifiHalStatusName(r.status), type,
+                    type >= 1 && type <= 2 ? WIFIHAL_RTT_STR[type - 1] : "UNKNOWN");
     fw::log_verbose(kTag,
-                     "%s: burst_num(%u), measurement_number(%u), success_number(%u), "
-                     "number_per_burst_peer(%u), retry_after_duration(%u)",
-                     "printWiFiHalNodeResult", r.burst_num, r.measurement_number,
-                     r.success_number, static_cast<unsigned>(r.number_per_burst_peer),
-                     static_cast<unsigned>(r.retry_after_duration));
-    fw::log_verbose(kTag, "%s: rssi(%d), rssi_spread(%d), rtt(%llu), rtt_sd(%llu), rtt_spread(%llu)",
-                     "printWiFiHalNodeResult", r.rssi, r.rssi_spread,
-                     static_cast<unsigned long long>(r.rtt),
-                     static_cast<unsigned long long>(r.rtt_sd),
-                     static_cast<unsigned long long>(r.rtt_spread));
-    fw::log_verbose(kTag, "%s: distance_mm(%d), distance_sd_mm(%d), distance_spread_mm(%d), ts(%lld)",
-                     "printWiFiHalNodeResult", r.distance_mm, r.distance_sd_mm,
-                     r.distance_spread_mm, static_cast<long long>(r.ts));
+                    "%s: burst_num(%u), measurement_number(%u), success_number(%u), "
+                    "number_per_burst_peer(%u), retry_after_duration(%u)",
+                    "printWiFiHalNodeResult", r.burst_num, r.measurement_number, r.success_number,
+                    static_cast<unsigned>(r.number_per_burst_peer),
+                    static_cast<unsigned>(r.retry_after_duration));
+    fw::log_verbose(
+            kTag, "%s: rssi(%d), rssi_spread(%d), rtt(%llu), rtt_sd(%llu), rtt_spread(%llu)",
+            "printWiFiHalNodeResult", r.rssi, r.rssi_spread, static_cast<unsigned long long>(r.rtt),
+            static_cast<unsigned long long>(r.rtt_sd),
+            static_cast<unsigned long long>(r.rtt_spread));
     fw::log_verbose(kTag,
-                     "%s: tx_rate preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u); rx_rate "
-                     "preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u)",
-                     "printWiFiHalNodeResult", WIFIHAL_PREAMBLE_STR[r.tx_rate.preamble % 6],
-                     WIFIHAL_NSS_STR[r.tx_rate.nss], static_cast<unsigned>(r.tx_rate.bw),
-                     static_cast<unsigned>(r.tx_rate.rateMcsIdx), r.tx_rate.bitrate,
-                     WIFIHAL_PREAMBLE_STR[r.rx_rate.preamble % 6], WIFIHAL_NSS_STR[r.rx_rate.nss],
-                     static_cast<unsigned>(r.rx_rate.bw),
-                     static_cast<unsigned>(r.rx_rate.rateMcsIdx), r.rx_rate.bitrate);
+                    "%s: distance_mm(%d), distance_sd_mm(%d), distance_spread_mm(%d), ts(%lld)",
+                    "printWiFiHalNodeResult", r.distance_mm, r.distance_sd_mm, r.distance_spread_mm,
+                    static_cast<long long>(r.ts));
     fw::log_verbose(kTag,
-                     "%s: burst_duration(%d), negotiated_burst_num(%d), frequency(%d), "
-                     "packet_bw(%d), LCI(%p), LCR(%p)",
-                     "printWiFiHalNodeResult", r.burst_duration, r.negotiated_burst_num,
-                     result->frequency, static_cast<int>(result->packet_bw),
-                     static_cast<const void*>(r.LCI), static_cast<const void*>(r.LCR));
+                    "%s: tx_rate preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u); rx_rate "
+                    "preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u)",
+                    "printWiFiHalNodeResult", WIFIHAL_PREAMBLE_STR[r.tx_rate.preamble % 6],
+                    WIFIHAL_NSS_STR[r.tx_rate.nss], static_cast<unsigned>(r.tx_rate.bw),
+                    static_cast<unsigned>(r.tx_rate.rateMcsIdx), r.tx_rate.bitrate,
+                    WIFIHAL_PREAMBLE_STR[r.rx_rate.preamble % 6], WIFIHAL_NSS_STR[r.rx_rate.nss],
+                    static_cast<unsigned>(r.rx_rate.bw),
+                    static_cast<unsigned>(r.rx_rate.rateMcsIdx), r.rx_rate.bitrate);
+    fw::log_verbose(kTag,
+                    "%s: burst_duration(%d), negotiated_burst_num(%d), frequency(%d), "
+                    "packet_bw(%d), LCI(%p), LCR(%p)",
+                    "printWiFiHalNodeResult", r.burst_duration, r.negotiated_burst_num,
+                    result->frequency, static_cast<int>(result->packet_bw),
+                    static_cast<const void*>(r.LCI), static_cast<const void*>(r.LCR));
 }
 
 wifi_rtt_result_v2* VARNClientListenerImpl::scanMeasToWiFiHalResult(
@@ -302,7 +303,7 @@ wifi_rtt_result_v2* VARNClientListenerImpl::scanMeasToWiFiHalResult(
                 fw::log_debug(kTag, "requstedBW for node %u", static_cast<unsigned>(i));
                 const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(entry.bssid);
                 fw::log_debug(kTag, "%s: " VARN_BSSID_FMT " requested bw(%d)",
-                               "scanMeasToWiFiHalResult", VARN_BSSID_ARGS(bssid), requested_bw);
+                              "scanMeasToWiFiHalResult", VARN_BSSID_ARGS(bssid), requested_bw);
             }
         }
 

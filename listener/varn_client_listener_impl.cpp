@@ -6,11 +6,11 @@
 // is ever called with the bookkeeping lock held.
 #include "listener/varn_client_listener_impl.h"
 
-#include <cstdlib>
-
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 #include <vel_loc_fw/log_util.h>
+
+#include <cstdlib>
 
 #include "listener/listener_internal.h"
 #include "wifihal/request_bookkeeping.h"
@@ -20,7 +20,8 @@ namespace fw = vel_loc_fw;
 
 namespace {
 
-constexpr const char* kDropAllocation = "@responseReceived(): memory allocation failure...drop the rsp";
+constexpr const char* kDropAllocation =
+        "@responseReceived(): memory allocation failure...drop the rsp";
 constexpr const char* kSigChangeAllocation = "@responseReceived(): memory allocation error";
 
 // Logs the raw ranging measurements at verbose level.
@@ -28,21 +29,24 @@ void printVarnResponse(const vel_loc_fw::vector<VARNScanMeasurement*>& measureme
     if (!fw::is_log_verbose_enabled(kTag)) return;
     for (const VARNScanMeasurement* meas : measurements) {
         fw::log_verbose(kTag, "Frequency = %d, Is Secure = %d, Node type = %d",
-                         static_cast<int>(meas->frequency), meas->is_secure ? 1 : 0,
-                         static_cast<int>(meas->node_type));
+                        static_cast<int>(meas->frequency), meas->is_secure ? 1 : 0,
+                        static_cast<int>(meas->node_type));
         for (const VARNMeasurementInfo* info : meas->measurements) {
-            fw::log_verbose(kTag, "RSSI = %d, RSSI_TIMESTAMP = %llu, RTT = %dps, RTT_TIMESTAMP = %llu",
-                             info->rssi, static_cast<unsigned long long>(info->rssi_timestamp),
-                             info->rtt_ps, static_cast<unsigned long long>(info->rtt_timestamp));
+            fw::log_verbose(kTag,
+                            "RSSI = %d, RSSI_TIMESTAMP = %llu, RTT = %dps, RTT_TIMESTAMP = %llu",
+                            info->rssi, static_cast<unsigned long long>(info->rssi_timestamp),
+                            info->rtt_ps, static_cast<unsigned long long>(info->rtt_timestamp));
             fw::log_verbose(kTag, "PREAMBLE = %d, BW = %d, MCS_IDX = %d, BIT_RATE = %d",
-                             info->tx_rate.preamble, info->tx_rate.bandwidth,
-                             info->tx_rate.mcs_index, static_cast<int>(info->tx_rate.bit_rate));
+                            info->tx_rate.preamble, info->tx_rate.bandwidth,
+                            info->tx_rate.mcs_index, static_cast<int>(info->tx_rate.bit_rate));
         }
     }
 }
 
 // A response's HAL request id is -1 (0xFFFFFFFF) when none is pending.
-bool noHalId(int32_t hal_id) { return static_cast<uint32_t>(hal_id) > 0xFFFFFFFEu; }
+bool noHalId(int32_t hal_id) {
+    return static_cast<uint32_t>(hal_id) > 0xFFFFFFFEu;
+}
 
 template <typename Fn>
 void* callbackAddress(Fn fn) {
@@ -79,8 +83,8 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
     const vel_loc_fw::vector<VARNScanMeasurement*> measurements = rsp.getMeasurements();
     printVarnResponse(measurements);
     const uint32_t count = measurements.size();
-    wifi_rtt_result_v2* results = listener.scanMeasToWiFiHalResult(measurements,
-                                                                   rsp.getScanStatus());
+    wifi_rtt_result_v2* results =
+            listener.scanMeasToWiFiHalResult(measurements, rsp.getScanStatus());
     if (results == nullptr && count != 0) return;  // logged by the conversion
 
     wifi_rtt_event_handler handlers = {};
@@ -101,13 +105,14 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
         for (uint32_t i = 0; i < count; ++i) pointers[i] = &results[i];
         hal_id = findRttHalReqId(varn_req_id);
         if (noHalId(hal_id)) {
-            fw::log_error(kTag, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
+            fw::log_error(kTag,
+                          "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
             FREE_RTT_RESULTS(results);
             free(pointers);
             return;
         }
         fw::log_verbose(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
-                         callbackAddress(handlers.on_rtt_results_v2));
+                        callbackAddress(handlers.on_rtt_results_v2));
         handlers.on_rtt_results_v2(hal_id, count, pointers);
         FREE_RTT_RESULTS(results);
         free(pointers);
@@ -122,18 +127,20 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
         for (uint32_t i = 0; i < count; ++i) pointers[i] = &results[i].rtt_result;
         hal_id = getWiFiHalReqId(varn_req_id);
         if (noHalId(hal_id)) {
-            fw::log_error(kTag, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
+            fw::log_error(kTag,
+                          "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
             FREE_RTT_RESULTS(results);
             free(pointers);
             return;
         }
         fw::log_verbose(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
-                         callbackAddress(handlers.on_rtt_results));
+                        callbackAddress(handlers.on_rtt_results));
         handlers.on_rtt_results(hal_id, count, pointers);
         FREE_RTT_RESULTS(results);
         free(pointers);
     } else {
-        fw::log_error(kTag, "@responseReceived(): Rtt result callbacks are NULL, dropping the results");
+        fw::log_error(kTag,
+                      "@responseReceived(): Rtt result callbacks are NULL, dropping the results");
         FREE_RTT_RESULTS(results);
         hal_id = findRttHalReqId(varn_req_id);
     }
@@ -148,7 +155,7 @@ void handleBgscanEvent(VARNScanEventResponse& rsp) {
     getGscanEventHandler(hal_id, rsp.getRequestId(), &handlers);
     vel_loc_fw::vector<VARNScanMeasurement*>& measurements = rsp.getMeasurements();
     fw::log_verbose(kTag, "@responseReceived(): clReqId(%d), numResults(%u)", hal_id,
-                     measurements.size());
+                    measurements.size());
 
     switch (rsp.getEventCode()) {
         case VARN_ON_SCAN_EVT:
@@ -180,9 +187,7 @@ void handleBgscanEvent(VARNScanEventResponse& rsp) {
             free(result);
             return;
         }
-        default:
-            fw::log_debug(kTag, "@responseReceived(): not a bgscan event");
-            return;
+        default: fw::log_debug(kTag, "@responseReceived(): not a bgscan event"); return;
     }
 }
 
@@ -220,9 +225,7 @@ void handleHotlistEvent(VARNScanEventResponse& rsp) {
                 handlers.on_hotlist_ap_lost(hal_id, count, results);
             }
             break;
-        default:
-            fw::log_verbose(kTag, "@responseReceived(): not a hotlist event");
-            break;
+        default: fw::log_verbose(kTag, "@responseReceived(): not a hotlist event"); break;
     }
     free(results);
 }
@@ -277,16 +280,13 @@ void VARNClientListenerImpl::responseReceived(VARNResponse* rsp) {
         case VARN_RSP_RANGING_SCAN:
             handleRangingResults(*this, *static_cast<VARNRangingScanResponse*>(rsp));
             break;
-        case VARN_RSP_BGSCAN:
-            handleBgscanEvent(*static_cast<VARNScanEventResponse*>(rsp));
-            break;
+        case VARN_RSP_BGSCAN: handleBgscanEvent(*static_cast<VARNScanEventResponse*>(rsp)); break;
         case VARN_RSP_HOTLIST_EVENT:
             handleHotlistEvent(*static_cast<VARNScanEventResponse*>(rsp));
             break;
         case VARN_RSP_SIGNIFICANT_CHANGE_EVENT:
             handleSignificantChange(*static_cast<VARNScanEventResponse*>(rsp));
             break;
-        default:
-            break;  // other responses carry nothing for the HAL
+        default: break;  // other responses carry nothing for the HAL
     }
 }
