@@ -28,7 +28,7 @@
 // Scenario text format (one statement per line, '#' starts a comment):
 //   seed <u64>                      random seed (default 1)
 //   path_loss_exponent <x>          log-distance exponent n (default 3.0)
-//   tx_power_dbm <x>                default AP transmit power (default 20)
+//   tx_power_dbm <x>                transmit power of the ap lines after it (default 20)
 //   sensitivity_dbm <x>             weakest usable signal (default -88)
 //   rssi_noise_db <x>               per-observation shadowing sigma (default 2)
 //   frame_loss <p>                  probability of losing a frame (default 0.05)
@@ -178,6 +178,10 @@ class Simulator {
     // Waits until every queued response of every live client was handled
     // (listener returned). Returns false on timeout.
     bool waitUntilDelivered(uint32_t timeout_ms = 5000);
+    // While held, nothing is delivered (responses stay queued). A test that
+    // sets the air time to 0 holds deliveries around the call that sends a
+    // request, so the caller has recorded its request before the answer comes.
+    void setDeliveryHeld(bool held);
     // Number of responses handed to listeners since reset().
     uint64_t deliveredCount() const;
     // Thread of the newest live client; default id when none.
