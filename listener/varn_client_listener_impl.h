@@ -20,8 +20,11 @@
 #include <varn_client/VARNResponse.h>
 #include <vel_loc_fw/vector.h>
 
-// Per-frame records of one peer, borrowed from the response that carries them.
-using VARNFrameList = vel_loc_fw::vector<VARNMeasurementInfo*>;
+#include "listener/listener_internal.h"
+
+// Per-frame records of one peer (borrowed from the response that carries
+// them), split by receive chain for the statistics.
+using VARNFrameList = varn_listener::InlineArray<VARNMeasurementInfo*, 64>;
 
 class VARNClientListenerImpl : public VARNClientListener {
   public:
@@ -52,9 +55,9 @@ class VARNClientListenerImpl : public VARNClientListener {
 
     // Converts one ranging response into a `calloc`-ed array of one
     // `wifi_rtt_result_v2` per measurement. `request_status` is the response's
-    // scan status. Returns null (logged) when the array cannot be allocated,
-    // and also for an empty `measurements` vector. The caller frees the array
-    // with `FREE_RTT_RESULTS`.
+    // scan status. Returns null (logged) when the array cannot be allocated;
+    // an empty `measurements` vector may give null or an empty array. The
+    // caller frees the array with `FREE_RTT_RESULTS`.
     wifi_rtt_result_v2* scanMeasToWiFiHalResult(
             const vel_loc_fw::vector<VARNScanMeasurement*>& measurements,
             eScanStatus request_status);
@@ -73,7 +76,7 @@ class VARNClientListenerImpl : public VARNClientListener {
     static void processLocationIeData(wifi_rtt_result_v2* result,
                                       const VARNScanMeasurement* measurement);
     // `WIFI_RTT_BW_*` bit for the average receive bandwidth of `frames`.
-    static wifi_rtt_bw getPacketBw(const VARNFrameList& frames);
+    static wifi_rtt_bw getPacketBw(const vel_loc_fw::vector<VARNMeasurementInfo*>& frames);
     // `WIFI_RTT_BW_*` value of a client bandwidth code (unknown codes: 20 MHz).
     static wifi_rtt_bw mapVARNBwToWiFiHal(uint8_t bw);
     static void printWiFiHalNodeResult(const wifi_rtt_result_v2* result);
@@ -86,8 +89,8 @@ class VARNClientListenerImpl : public VARNClientListener {
     // Mean of the frames' RTTs, weighted when `g_weighted_mean` is set; leaves
     // `mean` unchanged when every weight is zero.
     static void computeMean(const VARNFrameList& frames, float& mean);
-    // Median of `values`, which it sorts ascending.
-    static int32_t computeMedian(vel_loc_fw::vector<int32_t>& values);
+    // Median of the `count` (> 0) `values`, which it sorts ascending.
+    static int32_t computeMedian(int32_t* values, uint32_t count);
     static void computeStats(const VARNFrameList& frames, float& mean, int32_t& max,
                              int32_t& min, int32_t& spread, int32_t& stdev, int32_t& median,
                              bool with_median);
