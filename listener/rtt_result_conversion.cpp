@@ -283,10 +283,12 @@ void VARNClientListenerImpl::printWiFiHalNodeResult(const wifi_rtt_result_v2* re
 wifi_rtt_result_v2* VARNClientListenerImpl::scanMeasToWiFiHalResult(
         const vel_loc_fw::vector<VARNScanMeasurement*>& measurements, eScanStatus request_status) {
     const uint32_t count = measurements.size();
-    auto* results = static_cast<wifi_rtt_result_v2*>(calloc(count, sizeof(wifi_rtt_result_v2)));
+    // At least one zeroed element: `FREE_RTT_RESULTS` reads element 0's
+    // LCI/LCR pointers, also after a response without measurements.
+    auto* results = static_cast<wifi_rtt_result_v2*>(
+            calloc(count == 0 ? 1 : count, sizeof(wifi_rtt_result_v2)));
     if (results == nullptr) {
-        // calloc may answer an empty request with null; that is no failure.
-        if (count != 0) fw::log_error(kTag, "@scanMeasToWiFiHalResult(): memory allocation error");
+        fw::log_error(kTag, "@scanMeasToWiFiHalResult(): memory allocation error");
         return nullptr;
     }
     for (uint32_t i = 0; i < count; ++i) {

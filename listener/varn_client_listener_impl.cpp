@@ -85,7 +85,7 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
     const uint32_t count = measurements.size();
     wifi_rtt_result_v2* results =
             listener.scanMeasToWiFiHalResult(measurements, rsp.getScanStatus());
-    if (results == nullptr && count != 0) return;  // logged by the conversion
+    if (results == nullptr) return;  // logged by the conversion
 
     wifi_rtt_event_handler handlers = {};
     if (getRttHandler(varn_req_id, &handlers) != 0) {

@@ -55,9 +55,9 @@ class VARNClientListenerImpl : public VARNClientListener {
 
     // Converts one ranging response into a `calloc`-ed array of one
     // `wifi_rtt_result_v2` per measurement. `request_status` is the response's
-    // scan status. Returns null (logged) when the array cannot be allocated;
-    // an empty `measurements` vector may give null or an empty array. The
-    // caller frees the array with `FREE_RTT_RESULTS`.
+    // scan status. Returns null (logged) when the array cannot be allocated.
+    // An empty `measurements` vector gives one zeroed element. The caller
+    // frees the array with `FREE_RTT_RESULTS`.
     wifi_rtt_result_v2* scanMeasToWiFiHalResult(
             const vel_loc_fw::vector<VARNScanMeasurement*>& measurements,
             eScanStatus request_status);
