@@ -20,8 +20,8 @@ vel_loc_fw::vector<WiFiHalReqCacheEntry> g_req_cache;
 namespace {
 
 // Guards everything above. Never held while calling into the client library
-// or a HAL callback; logging under it is fine, since the log code never
-// calls back into the bookkeeping.
+// (not even its name tables) or a HAL callback; logging under it is fine,
+// since the log code never calls back into the bookkeeping.
 vel_loc_fw::MutexImpl g_bookkeeping_mutex("WifiHalBookkeeping", false);
 
 class BookkeepingLock {
@@ -34,23 +34,51 @@ class BookkeepingLock {
 
 enum class RspLookup { kWithSize, kWithoutSize };
 
-// Walks `rspHandlers` for `varnReqId`, logging each node passed, and returns
-// the first match (null when none). Requires the bookkeeping lock.
-RspHandlerNode* findRspHandlerLocked(const char* caller, uint32_t varnReqId, RspLookup style) {
-    const unsigned size = static_cast<unsigned>(rspHandlers.size());
-    return rspHandlers.find([&](const RspHandlerNode& node) {
-        const char* type = VARNRequest::toString(node.reqType);
+// A node passed by an `rspHandlers` walk, kept for logging after the lock is
+// released (the type's name comes from the client library, which is never
+// called under the bookkeeping lock).
+struct PassedNode {
+    uint32_t varn_req_id;
+    eVARNRequestType req_type;
+};
+
+// Walks `rspHandlers` for `varnReqId` and copies the first match into
+// `*found`; logs every node passed, then the hit. Returns whether it found one.
+bool findRspHandler(const char* caller, uint32_t varnReqId, RspLookup style,
+                    RspHandlerNode* found) {
+    const bool verbose = vel_loc_fw::is_log_verbose_enabled(kWifiHalTag);
+    vel_loc_fw::vector<PassedNode> passed;
+    unsigned size = 0;
+    bool hit = false;
+    {
+        BookkeepingLock lock;
+        size = static_cast<unsigned>(rspHandlers.size());
+        const RspHandlerNode* node = rspHandlers.find([&](const RspHandlerNode& n) {
+            if (verbose) passed.push_back(PassedNode{n.varnReqId, n.reqType});
+            return n.varnReqId == varnReqId;
+        });
+        if (node != nullptr) {
+            *found = *node;
+            hit = true;
+        }
+    }
+    for (const PassedNode& p : passed) {
+        const char* type = VARNRequest::toString(p.req_type);
         if (style == RspLookup::kWithSize) {
             vel_loc_fw::log_verbose(
                     kWifiHalTag, "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) rspHandlersSz(%u)",
-                    caller, varnReqId, static_cast<int>(node.varnReqId), type, size);
+                    caller, varnReqId, static_cast<int>(p.varn_req_id), type, size);
         } else {
             vel_loc_fw::log_verbose(kWifiHalTag,
                                     "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) ", caller,
-                                    varnReqId, static_cast<int>(node.varnReqId), type);
+                                    varnReqId, static_cast<int>(p.varn_req_id), type);
         }
-        return node.varnReqId == varnReqId;
-    });
+    }
+    if (hit) {
+        vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", caller,
+                                found->clReqId, varnReqId);
+    }
+    return hit;
 }
 
 }  // namespace
@@ -103,38 +131,30 @@ int getRttHandler(uint32_t varnReqId, wifi_rtt_event_handler* handler) {
 }
 
 void getGscanEventHandler(int& clReqId, uint32_t varnReqId, wifi_scan_result_handler* handler) {
-    BookkeepingLock lock;
-    const RspHandlerNode* node = findRspHandlerLocked(__func__, varnReqId, RspLookup::kWithSize);
-    if (node == nullptr) return;
-    clReqId = node->clReqId;
-    *handler = node->handler.scan;
-    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, clReqId,
-                            varnReqId);
+    RspHandlerNode node{};
+    if (!findRspHandler(__func__, varnReqId, RspLookup::kWithSize, &node)) return;
+    clReqId = node.clReqId;
+    *handler = node.handler.scan;
 }
 
 void getHotlistApEvtHandler(int& clReqId, uint32_t varnReqId,
                             wifi_hotlist_ap_found_handler* handler) {
-    BookkeepingLock lock;
-    const RspHandlerNode* node = findRspHandlerLocked(__func__, varnReqId, RspLookup::kWithoutSize);
-    if (node == nullptr) return;
-    clReqId = node->clReqId;
-    *handler = node->handler.hotlist;
-    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, clReqId,
-                            varnReqId);
+    RspHandlerNode node{};
+    if (!findRspHandler(__func__, varnReqId, RspLookup::kWithoutSize, &node)) return;
+    clReqId = node.clReqId;
+    *handler = node.handler.hotlist;
 }
 
 void getSigChangeEvtHandler(int& clReqId, uint32_t varnReqId,
                             wifi_significant_change_handler* handler) {
-    BookkeepingLock lock;
-    const RspHandlerNode* node = findRspHandlerLocked(__func__, varnReqId, RspLookup::kWithoutSize);
-    if (node == nullptr) return;
-    clReqId = node->clReqId;
-    *handler = node->handler.significant_change;
-    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, clReqId,
-                            varnReqId);
+    RspHandlerNode node{};
+    if (!findRspHandler(__func__, varnReqId, RspLookup::kWithoutSize, &node)) return;
+    clReqId = node.clReqId;
+    *handler = node.handler.significant_change;
 }
 
 void cleanupHandlers(eVARNRequestType reqType) {
+    const char* type = VARNRequest::toString(reqType);
     BookkeepingLock lock;
     vel_loc_fw::log_verbose(kWifiHalTag, "Before @cleanupHandlers(): rspHandlers size %d",
                             static_cast<int>(rspHandlers.size()));
@@ -142,8 +162,7 @@ void cleanupHandlers(eVARNRequestType reqType) {
         RspHandlerNode* node = rspHandlers.find(
                 [reqType](const RspHandlerNode& n) { return n.reqType == reqType; });
         if (node == nullptr) break;
-        vel_loc_fw::log_verbose(kWifiHalTag, "%s: for %s request", __func__,
-                                VARNRequest::toString(reqType));
+        vel_loc_fw::log_verbose(kWifiHalTag, "%s: for %s request", __func__, type);
         if (!rspHandlers.erase_and_delete(node)) break;
     }
     vel_loc_fw::log_verbose(kWifiHalTag, "After @cleanupHandlers(): rspHandlers size %d",

@@ -27,8 +27,6 @@ TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
     EXPECT_EQ(9u, g_discard_bw_mis_match);
     EXPECT_TRUE(capture_.contains("[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"))
             << capture_.dump();
-    EXPECT_TRUE(capture_.contains(
-            "[VARN-WIFIHAL-2.1.1.25] VARN_WIFIHAL_INTERFACE_VERSION: (VARN-WIFIHAL-2.1.1.25)"));
     EXPECT_EQ(3, effectiveGlobalLogLevel(capture_));
     EXPECT_EQ(1u, sim().liveClients());
 }
@@ -93,10 +91,12 @@ TEST_F(LifecycleTest, ConfigurationKeysReachTheirTargets) {
     }
 }
 
-TEST_F(LifecycleTest, BwMismatchSettingIsLoggedAfterTheKeys) {
-    useConfig("VARN_WIFIHAL_BW_MISMATCH = 3\n");
+TEST_F(LifecycleTest, DebugLevelShowsSettingsAndVersion) {
+    useConfig("VARN_WIFIHAL_LOG_LEVEL = 4\nVARN_WIFIHAL_BW_MISMATCH = 3\n");
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     EXPECT_TRUE(capture_.contains("varn_wifihal_init: VARN_WIFIHAL_BW_MISMATCH 3"));
+    EXPECT_TRUE(capture_.contains(
+            "[VARN-WIFIHAL-2.1.1.25] VARN_WIFIHAL_INTERFACE_VERSION: (VARN-WIFIHAL-2.1.1.25)"));
 }
 
 TEST_F(LifecycleTest, ClientCreationFailureLeavesInterfaceDown) {

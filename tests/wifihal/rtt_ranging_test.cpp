@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <loc_utils/loc_utils.h>
+#include <vel_loc_fw/log_util.h>
 
 #include "wifihal/request_bookkeeping.h"
 #include "wifihal/rtt_request_conversion.h"
@@ -26,6 +27,8 @@ class RttRangingTest : public WifiHalTest {
     void SetUp() override {
         WifiHalTest::SetUp();
         ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+        // init applied the default level; these cases read debug and verbose lines.
+        vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
         capture_.clear();
     }
 

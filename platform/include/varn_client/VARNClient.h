@@ -30,6 +30,8 @@ class VARNClient {
 
     // Stops the response thread. Once the destructor returns, the listener is
     // never called again; responses still pending are deleted undelivered.
+    // Must not be called from inside `responseReceived` (it waits for the
+    // response thread).
     virtual ~VARNClient() = default;
 
     // Queues `request` (copied; the caller deletes it) and returns at once:
