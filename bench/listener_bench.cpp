@@ -11,19 +11,19 @@
 //   liblog      the host liblog, which writes every line to stderr (run with
 //               2>/dev/null to keep the terminal quiet).
 // At exit the ratios to the floor are printed.
-#include <algorithm>
-#include <cmath>
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
-#include <ctime>
-
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <varn_client/VARNClient.h>
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 #include <vel_loc_fw/log_util.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
 
 #include "listener/varn_client_listener_impl.h"
 #include "wifihal/request_bookkeeping.h"
@@ -108,8 +108,7 @@ ChainFigures floorChain(int32_t* rtt, uint32_t n) {
     int32_t sorted[kFrames];
     std::copy(rtt, rtt + n, sorted);
     std::sort(sorted, sorted + n);
-    const int32_t median =
-            n % 2 != 0 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
+    const int32_t median = n % 2 != 0 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
     const int32_t tolerance = kStdevMultiplier * kRttStdev80 / 10;
     int64_t sum = 0, squares = 0;
     int32_t high = INT32_MIN, low = INT32_MAX;
@@ -160,8 +159,7 @@ void floorHandle(const VARNRangingScanResponse& rsp, wifi_rtt_event_handler hand
         }
         const ChainFigures c0 = floorChain(chain_rtt[0], chain_n[0]);
         const ChainFigures c1 = floorChain(chain_rtt[1], chain_n[1]);
-        const ChainFigures& best =
-                (c1.mean != 0 && (c0.mean == 0 || c1.mean < c0.mean)) ? c1 : c0;
+        const ChainFigures& best = (c1.mean != 0 && (c0.mean == 0 || c1.mean < c0.mean)) ? c1 : c0;
         wifi_rtt_result& r = out.rtt_result;
         r.status = RTT_STATUS_SUCCESS;
         r.type = RTT_TYPE_2_SIDED;

@@ -1,14 +1,13 @@
 // Response dispatch, driven by calling responseReceived with built responses.
-#include "listener/varn_client_listener_impl.h"
+#include <gtest/gtest.h>
+#include <varn_wifihal.h>
+#include <varn_wifihal_results.h>
 
 #include <cstdlib>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-#include <varn_wifihal.h>
-#include <varn_wifihal_results.h>
-
+#include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
 #include "log_capture.h"
 #include "wifihal/request_bookkeeping.h"
@@ -81,8 +80,12 @@ void recordHotlist(int event, wifi_request_id id, unsigned n, wifi_scan_result* 
     g_seen.events.push_back(event);
     for (unsigned i = 0; i < n; ++i) g_seen.ssids.push_back(results[i].ssid);
 }
-void onApFound(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotlist(4, id, n, r); }
-void onApLost(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotlist(5, id, n, r); }
+void onApFound(wifi_request_id id, unsigned n, wifi_scan_result* r) {
+    recordHotlist(4, id, n, r);
+}
+void onApLost(wifi_request_id id, unsigned n, wifi_scan_result* r) {
+    recordHotlist(5, id, n, r);
+}
 
 void onSignificantChange(wifi_request_id id, unsigned n, wifi_significant_change_result** r) {
     ++g_seen.calls;
@@ -195,14 +198,26 @@ TEST_F(DispatchTest, RangingDropsAndUnansweredRetirement) {
         bool retired;
     };
     const Case cases[] = {
-            {11, {onV1, onV2}, false, "@responseReceived(): got a rsp but NULL handler...drop the rsp",
+            {11,
+             {onV1, onV2},
+             false,
+             "@responseReceived(): got a rsp but NULL handler...drop the rsp",
              false},
-            {-1, {onV1, onV2}, true, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp",
+            {-1,
+             {onV1, onV2},
+             true,
+             "@responseReceived(): no wifihal reqid for this rsp...drop the rsp",
              false},
-            {-1, {onV1, nullptr}, true,
-             "@responseReceived(): no wifihal reqid for this rsp...drop the rsp", false},
-            {12, {nullptr, nullptr}, true,
-             "@responseReceived(): Rtt result callbacks are NULL, dropping the results", true},
+            {-1,
+             {onV1, nullptr},
+             true,
+             "@responseReceived(): no wifihal reqid for this rsp...drop the rsp",
+             false},
+            {12,
+             {nullptr, nullptr},
+             true,
+             "@responseReceived(): Rtt result callbacks are NULL, dropping the results",
+             true},
     };
     uint32_t varn_id = 50;
     for (const Case& c : cases) {

@@ -1,18 +1,18 @@
 // Ranging end to end: the HAL's request goes through the entry layer to the
 // simulated service, whose answer comes back through the listener.
-#include <cmath>
-#include <condition_variable>
-#include <cstdlib>
-#include <mutex>
-#include <string>
-#include <vector>
-
 #include <gtest/gtest.h>
 #include <hardware_legacy/rtt.h>
 #include <loc_utils/loc_utils.h>
 #include <varn_sim/simulator.h>
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
+
+#include <cmath>
+#include <condition_variable>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <vector>
 
 #include "log_capture.h"
 

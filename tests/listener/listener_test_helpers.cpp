@@ -1,7 +1,6 @@
-#include "listener_test_support.h"
-
 #include <varn_wifihal.h>
 
+#include "listener_test_support.h"
 #include "wifihal/request_bookkeeping.h"
 
 namespace listener_test {

@@ -1,13 +1,13 @@
 // Builders and fixtures shared by the listener tests.
 #pragma once
 
-#include <cstdint>
-#include <initializer_list>
-#include <vector>
-
 #include <gtest/gtest.h>
 #include <varn_client/VARNClient.h>
 #include <vel_loc_fw/log_util.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <vector>
 
 #include "listener/varn_client_listener_impl.h"
 
@@ -18,8 +18,8 @@ struct Frame {
     int32_t rtt_ps = 0;
     int16_t rssi = -120;
     uint8_t rx_chain = 0;
-    uint8_t bw = VARN_BW_20MHZ;     // both directions unless rx_bw is set
-    int rx_bw = -1;                 // -1: same as bw
+    uint8_t bw = VARN_BW_20MHZ;  // both directions unless rx_bw is set
+    int rx_bw = -1;              // -1: same as bw
     uint8_t preamble = VARN_PREAMBLE_LEGACY;
 };
 

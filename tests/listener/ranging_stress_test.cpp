@@ -1,16 +1,16 @@
 // Concurrency: HAL threads send ranging requests while the service thread
 // answers them through the listener. Meant for the ThreadSanitizer build.
-#include <atomic>
-#include <chrono>
-#include <thread>
-#include <vector>
-
 #include <gtest/gtest.h>
 #include <hardware_legacy/rtt.h>
 #include <loc_utils/loc_utils.h>
 #include <varn_sim/simulator.h>
 #include <varn_wifihal.h>
 #include <vel_loc_fw/log_util.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
 
 #include "log_capture.h"
 

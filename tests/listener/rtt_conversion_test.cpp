@@ -1,14 +1,13 @@
 // Ranging result conversion: status tables, type, RSSI, rates, bandwidth,
 // distances, copies, the zero-RTT rule and the LCI/LCR elements.
-#include "listener/varn_client_listener_impl.h"
-
-#include <cstdlib>
-#include <ctime>
-
 #include <gtest/gtest.h>
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 
+#include <cstdlib>
+#include <ctime>
+
+#include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
 #include "log_capture.h"
 #include "wifihal/request_bookkeeping.h"
@@ -72,18 +71,20 @@ TEST_F(RttConversionTest, StatusTables) {
         EXPECT_EQ(c.unknown, log.contains("mapVarnStatusToWiFiHalStatus: Status type unknown"))
                 << c.scan << "/" << c.target;
         const std::string in = "status IN(" + std::to_string(c.target) + ")(" +
-                               TARGET_STATUS[c.target < 11 ? c.target : 11] +
-                               ") ReqStatus(" + std::to_string(c.scan) + ")";
-        const std::string out = "status OUT(" + std::to_string(c.status) + ")(" +
-                                WIFIHAL_STATUS[c.status] + ")";
+                               TARGET_STATUS[c.target < 11 ? c.target : 11] + ") ReqStatus(" +
+                               std::to_string(c.scan) + ")";
+        const std::string out =
+                "status OUT(" + std::to_string(c.status) + ")(" + WIFIHAL_STATUS[c.status] + ")";
         EXPECT_TRUE(log.contains(in)) << log.dump();
         EXPECT_TRUE(log.contains(out)) << log.dump();
     }
 }
 
 TEST_F(RttConversionTest, RttType) {
-    const std::pair<int32_t, wifi_rtt_type> cases[] = {
-            {0, RTT_TYPE_1_SIDED}, {1, RTT_TYPE_1_SIDED}, {2, RTT_TYPE_2_SIDED}, {3, RTT_TYPE_1_SIDED}};
+    const std::pair<int32_t, wifi_rtt_type> cases[] = {{0, RTT_TYPE_1_SIDED},
+                                                       {1, RTT_TYPE_1_SIDED},
+                                                       {2, RTT_TYPE_2_SIDED},
+                                                       {3, RTT_TYPE_1_SIDED}};
     VARNScanMeasurement peer;
     for (const auto& c : cases) {
         peer.rtt_type = static_cast<eVARNRttType>(c.first);
@@ -155,9 +156,9 @@ TEST_F(RttConversionTest, PacketBandwidth) {
         wifi_rtt_bw bw;
     };
     const Case cases[] = {
-            {{0, 0}, WIFI_RTT_BW_20},    {{1}, WIFI_RTT_BW_40},       {{2, 2, 1}, WIFI_RTT_BW_80},
-            {{3}, WIFI_RTT_BW_160},      {{0, 1}, WIFI_RTT_BW_20},   // avg 30 is still 20 MHz
-            {{9, 9}, WIFI_RTT_BW_10},    // unknown codes average 0: the 10 MHz bit
+            {{0, 0}, WIFI_RTT_BW_20},      {{1}, WIFI_RTT_BW_40},    {{2, 2, 1}, WIFI_RTT_BW_80},
+            {{3}, WIFI_RTT_BW_160},        {{0, 1}, WIFI_RTT_BW_20},  // avg 30 is still 20 MHz
+            {{9, 9}, WIFI_RTT_BW_10},       // unknown codes average 0: the 10 MHz bit
             {{9, 9, 9, 0}, WIFI_RTT_BW_5},  // avg 5
             {{9, 0}, WIFI_RTT_BW_10},       // avg 10
     };
@@ -192,7 +193,8 @@ TEST_F(RttConversionTest, ConvertsOnePeer) {
 
     struct timespec before = {};
     clock_gettime(CLOCK_BOOTTIME, &before);
-    wifi_rtt_result_v2* results = listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
+    wifi_rtt_result_v2* results =
+            listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
     struct timespec after = {};
     clock_gettime(CLOCK_BOOTTIME, &after);
     ASSERT_NE(nullptr, results);
@@ -204,7 +206,7 @@ TEST_F(RttConversionTest, ConvertsOnePeer) {
     EXPECT_EQ(33356, r.rtt);
     EXPECT_EQ(5003, r.distance_mm);  // 33356 * 0.15f = 5003.4
     EXPECT_EQ(0, r.distance_sd_mm);
-    EXPECT_EQ(0u, r.tx_rate.bw);     // 40 MHz does not fit the 3-bit field
+    EXPECT_EQ(0u, r.tx_rate.bw);  // 40 MHz does not fit the 3-bit field
     EXPECT_EQ(3u, r.burst_num);
     EXPECT_EQ(8u, r.measurement_number);
     EXPECT_EQ(3u, r.success_number);
@@ -232,7 +234,8 @@ TEST_F(RttConversionTest, ZeroRttIsAnInvalidTimestamp) {
     vel_loc_fw::vector<VARNScanMeasurement*> peers;
     peers.push_back(zero);
     peers.push_back(no_frames);
-    wifi_rtt_result_v2* results = listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
+    wifi_rtt_result_v2* results =
+            listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
     ASSERT_NE(nullptr, results);
     EXPECT_EQ(0u, results[0].rtt_result.success_number);
     EXPECT_EQ(RTT_STATUS_FAIL_INVALID_TS, results[0].rtt_result.status);
@@ -257,7 +260,8 @@ TEST_F(RttConversionTest, RequestedBandwidthFromTheCache) {
     vel_loc_fw::vector<VARNScanMeasurement*> peers;
     peers.push_back(peer);
     varn_test::LogCapture log;
-    wifi_rtt_result_v2* results = listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
+    wifi_rtt_result_v2* results =
+            listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
     ASSERT_NE(nullptr, results);
     EXPECT_EQ(31000, results[0].rtt_result.rtt);
     EXPECT_TRUE(log.contains("requstedBW for node 0"));
@@ -278,7 +282,8 @@ TEST_F(RttConversionTest, LocationElementsAreCopiedAndOnlyTheFirstIsFreed) {
     peers.push_back(first);
     peers.push_back(second);
     varn_test::LogCapture log;
-    wifi_rtt_result_v2* results = listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
+    wifi_rtt_result_v2* results =
+            listener_.scanMeasToWiFiHalResult(peers, VARN_SCAN_STATUS_SUCCESS);
     ASSERT_NE(nullptr, results);
     const wifi_information_element* copy = results[0].rtt_result.LCI;
     ASSERT_NE(nullptr, copy);

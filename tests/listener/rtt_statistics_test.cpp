@@ -1,13 +1,12 @@
 // RTT statistics: expected figures are worked out by hand from the platform's
 // integer / single-precision arithmetic (see the comments per case).
-#include "listener/varn_client_listener_impl.h"
+#include <gtest/gtest.h>
+#include <varn_wifihal.h>
 
 #include <cstdlib>
 #include <vector>
 
-#include <gtest/gtest.h>
-#include <varn_wifihal.h>
-
+#include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
 #include "log_capture.h"
 
@@ -33,8 +32,8 @@ TEST_F(RttStatisticsTest, MedianOfEvenAndOddCounts) {
     };
     for (const Case& c : cases) {
         std::vector<int32_t> values = c.values;
-        EXPECT_EQ(c.median, VARNClientListenerImpl::computeMedian(values.data(),
-                                                                  static_cast<uint32_t>(values.size())));
+        EXPECT_EQ(c.median, VARNClientListenerImpl::computeMedian(
+                                    values.data(), static_cast<uint32_t>(values.size())));
         EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
     }
 }
@@ -94,15 +93,15 @@ TEST_F(RttStatisticsTest, FrameWeights) {
         float weight;
     };
     const Case cases[] = {
-            {2, 2, 0, 0, 0.015625f}, {2, 2, 1, 1, 0.0625f}, {3, 3, 2, 2, 0.25f},
-            {3, 3, 3, 3, 1.0f},      {2, 2, 1, 2, 0.0f},    {2, 3, 1, 1, 0.0f},
-            {2, 2, 4, 4, 0.0f},      {0, 0, 3, 3, 0.015625f}, {0, 2, 0, 0, 0.015625f},
+            {2, 2, 0, 0, 0.015625f}, {2, 2, 1, 1, 0.0625f},      {3, 3, 2, 2, 0.25f},
+            {3, 3, 3, 3, 1.0f},      {2, 2, 1, 2, 0.0f},         {2, 3, 1, 1, 0.0f},
+            {2, 2, 4, 4, 0.0f},      {0, 0, 3, 3, 0.015625f},    {0, 2, 0, 0, 0.015625f},
             {0, 2, 0, 1, 0.025f},    {0, 2, 0, 2, 1.0f / 34.0f}, {0, 2, 0, 3, 1.0f / 32.5f},
             {0, 2, 0, 4, 0.0f},
     };
     for (const Case& c : cases) {
-        EXPECT_EQ(c.weight,
-                  VARNClientListenerImpl::getRTTWeightedFactor(c.tx_pre, c.rx_pre, c.tx_bw, c.rx_bw))
+        EXPECT_EQ(c.weight, VARNClientListenerImpl::getRTTWeightedFactor(c.tx_pre, c.rx_pre,
+                                                                         c.tx_bw, c.rx_bw))
                 << int(c.tx_pre) << "/" << int(c.rx_pre) << " bw " << int(c.tx_bw) << "/"
                 << int(c.rx_bw);
     }

@@ -1,12 +1,11 @@
 // Background-scan conversions: the exactly-one-info rule, the fixed record
 // strides, the caps and the fatal over-long SSID.
+#include <gtest/gtest.h>
+#include <loc_utils/loc_utils.h>
 #include <varn_wifihal_results.h>
 
 #include <cstring>
 #include <vector>
-
-#include <gtest/gtest.h>
-#include <loc_utils/loc_utils.h>
 
 #include "listener_test_support.h"
 #include "log_capture.h"
@@ -75,8 +74,9 @@ TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
         EXPECT_EQ(pattern.beacon_period, out[i].beacon_period);  // never written
     }
     EXPECT_STREQ("net3", out[2].ssid);
-    EXPECT_TRUE(log.contains("[VARN-WIFIHAL-2.1.1.25] toWiFiScanResult: bssid(a0:00:00:00:00:01) "
-                             "ssid(net1) channel(2413) rssi(-50) rssi_ts(1001) rtt(0) rtt_sd(0)"))
+    EXPECT_TRUE(
+            log.contains("[VARN-WIFIHAL-2.1.1.25] toWiFiScanResult: bssid(a0:00:00:00:00:01) "
+                         "ssid(net1) channel(2413) rssi(-50) rssi_ts(1001) rtt(0) rtt_sd(0)"))
             << log.dump();
 }
 
@@ -149,11 +149,13 @@ TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
     EXPECT_EQ(1, out[1].num_results);
     EXPECT_EQ(100, out[1].results[0].bssid[5]);
     EXPECT_EQ(0, out[2].scan_id);  // max 2: the third cached scan is not passed
-    EXPECT_TRUE(log.contains("toWiFiCachedScanResults: requested 2 results, got 3 results, "
-                             "passing 2 results"))
+    EXPECT_TRUE(
+            log.contains("toWiFiCachedScanResults: requested 2 results, got 3 results, "
+                         "passing 2 results"))
             << log.dump();
-    EXPECT_TRUE(log.contains("scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) "
-                             "ssid(net31)"));
+    EXPECT_TRUE(
+            log.contains("scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) "
+                         "ssid(net31)"));
     EXPECT_EQ(33u, log.count("scan_id(7) flags(1) num_results(40)"));  // 1 + 32 records
     release(big);
     release(small);
