@@ -23,60 +23,63 @@ BlockingQueueImpl::BlockingQueueImpl(const char* name, bool verbose)
 
 BlockingQueueImpl::~BlockingQueueImpl() {
     // The items belong to whoever pushed them; only the nodes are ours.
-    if (items_.size() != 0) log_warning(name_, "~BlockingQueueImpl: memory leak");
-    items_.clear();
-    tail_ = nullptr;
+    if (count_ != 0) log_warning(name_, "~BlockingQueueImpl: memory leak");
+    chunks_.clear();
 }
 
 int BlockingQueueImpl::ZeroIfShouldWaitAgain_locked() {
     if (closed_) return -1;
-    const uint64_t count = items_.size();
-    return count > static_cast<uint64_t>(INT_MAX) ? INT_MAX : static_cast<int>(count);
+    return count_ > static_cast<uint64_t>(INT_MAX) ? INT_MAX : static_cast<int>(count_);
+}
+
+bool BlockingQueueImpl::reserve_locked() {
+    if (newest_ != nullptr && write_ < kChunkItems) return true;
+    Chunk* chunk = spare_;
+    if (chunk != nullptr) {
+        spare_ = chunk->newer;
+    } else {
+        chunk = new (std::nothrow) Chunk;
+        if (chunk == nullptr) return false;
+        chunks_.push_front(chunk);
+    }
+    chunk->newer = nullptr;
+    if (newest_ != nullptr) {
+        newest_->newer = chunk;
+    } else {
+        oldest_ = chunk;
+        read_ = 0;
+    }
+    newest_ = chunk;
+    write_ = 0;
+    return true;
 }
 
 int BlockingQueueImpl::push(void* item) {
-    // Allocated before locking to keep the critical section short.
-    Node* node = new (std::nothrow) Node{nullptr, item};
+    if (lock_impl() != 0) {
+        log_error_no_lock(name_, "push: error: %d", 2);
+        return 2;
+    }
     int result = 0;
-    if (node == nullptr || lock() != 0) {
-        delete node;
+    if (closed_) {
+        result = 3;
+    } else if (!reserve_locked()) {
         result = 2;
     } else {
-        if (closed_) {
-            delete node;
-            result = 3;
-        } else {
-            Node* oldest = items_.head();
-            items_.push_front(node);
-            if (oldest == nullptr) {
-                tail_ = node;
-            } else {
-                // The list only inserts at its head, where the oldest item has
-                // to stay. The new node takes over the oldest item and its
-                // place; the node that held it moves to the tail and carries
-                // the new item. The list's own count and links stay exact.
-                node->item = oldest->item;
-                node->next = oldest->next;
-                if (tail_ == oldest) tail_ = node;
-                tail_->next = oldest;
-                oldest->next = nullptr;
-                oldest->item = item;
-                tail_ = oldest;
-            }
-        }
-        if (signal_one_and_then_unlock() != 0) result = 4;
+        newest_->items[write_++] = item;
+        ++count_;
     }
+    if (signal_one_and_unlock_impl() != 0) result = 4;
     if (result != 0) log_error_no_lock(name_, "push: error: %d", result);
     return result;
 }
 
 int BlockingQueueImpl::close() {
     int result = 0;
-    if (lock() != 0) {
+    if (lock_impl() != 0) {
         result = 2;
     } else {
         closed_ = true;
-        if (signal_all_and_then_unlock() != 0) result = 3;
+        if (signal_all_and_unlock_impl() != 0) result = 3;
     }
     if (result != 0) log_error_no_lock(name_, "close: error: %d", result);
     return result;
@@ -90,7 +93,7 @@ int BlockingQueueImpl::pop(void** item, const TimeDiff& timeout, bool* closed) {
     *item = nullptr;
     if (closed != nullptr) *closed = false;
 
-    if (lock_and_wait(timeout) != 0) {
+    if (lock_and_wait_impl(timeout) != 0) {
         // Left locked on purpose: a failed wait leaves the queue unusable
         // rather than letting callers race on it.
         log_error_no_lock(name_, "pop: error: %d", 4);
@@ -101,19 +104,27 @@ int BlockingQueueImpl::pop(void** item, const TimeDiff& timeout, bool* closed) {
     } else if (closed_) {
         log_warning(name_, "pop: queue is already closed");
     }
-    if (items_.size() != 0) {
-        Node* oldest = items_.head();
-        if (oldest == nullptr) {
-            items_.clear();
-            tail_ = nullptr;
+    if (count_ != 0) {
+        Chunk* chunk = oldest_;
+        if (chunk == nullptr) {
+            count_ = 0;
+            newest_ = nullptr;
             log_error("Queue", "pop: failed %d", 3);
         } else {
-            *item = oldest->item;
-            if (tail_ == oldest) tail_ = nullptr;
-            items_.erase_and_delete(oldest);
+            *item = chunk->items[read_++];
+            --count_;
+            if (count_ == 0) {
+                read_ = 0;  // `chunk` is the only one in use: refill it from the start
+                write_ = 0;
+            } else if (read_ == kChunkItems) {
+                oldest_ = chunk->newer;
+                read_ = 0;
+                chunk->newer = spare_;
+                spare_ = chunk;
+            }
         }
     }
-    if (unlock() != 0) {
+    if (unlock_impl() != 0) {
         log_error_no_lock(name_, "pop: error: %d", 5);
         return 5;
     }

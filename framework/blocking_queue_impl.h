@@ -9,7 +9,7 @@
 
 namespace vel_loc_fw {
 
-class BlockingQueueImpl : public BlockingQueue, public WaitableBase {
+class BlockingQueueImpl final : public BlockingQueue, public WaitableBase {
   public:
     BlockingQueueImpl(const char* name, bool verbose);
     ~BlockingQueueImpl() override;
@@ -21,17 +21,33 @@ class BlockingQueueImpl : public BlockingQueue, public WaitableBase {
     int ZeroIfShouldWaitAgain_locked() override;
 
   private:
-    struct Node {
-        Node* next;
-        void* item;
+    static constexpr uint32_t kChunkItems = 62;  // a chunk fills 512 bytes
+    // Items are stored in chunks, in push order.
+    struct Chunk {
+        Chunk* next;   // link of `chunks_`, which owns the chunk
+        Chunk* newer;  // the chunk of the next newer items, or the next spare
+        void* items[kChunkItems];
     };
 
-    // The list runs from the oldest item at its head to the newest at
-    // `tail_`, so both ends are reached in constant time (see push()).
-    List<Node> items_;
-    Node* tail_ = nullptr;
-    const char* name_;
+    // Makes room for one more item at the newest end. False when out of memory.
+    bool reserve_locked();
+
+    // What push and pop touch, on a cache line of its own: in-use chunks run
+    // from `oldest_` to `newest_` through `newer`, the oldest item is
+    // `oldest_->items[read_]` and the next item goes to `newest_->items[write_]`.
+    alignas(64) Chunk* oldest_ = nullptr;
+    Chunk* newest_ = nullptr;
+    uint32_t read_ = 0;
+    uint32_t write_ = 0;
+    uint64_t count_ = 0;
     bool closed_ = false;
+
+    // Every chunk ever allocated, in use or spare. Chunks are recycled rather
+    // than freed, so a queue in steady use allocates nothing; it keeps the
+    // chunks of its longest backlog until it is destroyed.
+    alignas(64) List<Chunk> chunks_;
+    Chunk* spare_ = nullptr;
+    const char* name_;
     // The verbose lines come from the waitable part; kept beside the name as
     // part of the queue's settings.
     [[maybe_unused]] bool verbose_;

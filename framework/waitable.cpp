@@ -39,6 +39,26 @@ WaitableBase::WaitableBase(const char* name, bool verbose)
     }
 }
 
+// The hot paths drive the embedded mutex directly unless verbose: its own
+// verbose flag sits next to the lock word, and reading it around every lock
+// and unlock costs the contended cache line one more trip between cores. The
+// mutex's failure messages are reproduced unchanged.
+int WaitableBase::lock_mutex() {
+    if (verbose_) return mutex_.lock();
+    const int rc = pthread_mutex_lock(&mutex_.mutex_);
+    if (rc == 0) return 0;
+    log_error_no_lock(name_, "lock: pthread_mutex_lock return code: %d, [%s]", rc, strerror(rc));
+    return 1;
+}
+
+int WaitableBase::unlock_mutex() {
+    if (verbose_) return mutex_.unlock();
+    if (pthread_mutex_unlock(&mutex_.mutex_) == 0) return 0;
+    log_error_no_lock(name_, "unlock: pthread_mutex_unlock error: %d, [%s]", errno,
+                      strerror(errno));
+    return 1;
+}
+
 // The embedded mutex is destroyed after the condition variable, as a member.
 WaitableBase::~WaitableBase() {
     const int rc = pthread_cond_destroy(&cond_);
@@ -48,17 +68,19 @@ WaitableBase::~WaitableBase() {
     }
 }
 
-int WaitableBase::lock_and_wait(const TimeDiff& timeout) {
+int WaitableBase::lock_and_wait_impl(const TimeDiff& timeout) {
     int result = 0;
     if (verbose_) log_verbose(name_, "about to lock for wait");
-    if (mutex_.lock() != 0) {
+    if (lock_mutex() != 0) {
         result = 2;
     } else {
         while (ZeroIfShouldWaitAgain_locked() == 0) {
             if (verbose_) log_verbose(name_, "about to wait");
             int rc;
             if (!timeout.is_valid()) {
+                ++waiters_;
                 rc = pthread_cond_wait(&cond_, &mutex_.mutex_);
+                --waiters_;
             } else {
                 const Timestamp now(CLOCK_REALTIME);
                 const Timestamp deadline = now + timeout;
@@ -69,7 +91,9 @@ int WaitableBase::lock_and_wait(const TimeDiff& timeout) {
                 // A zero or negative time-out waits until "now", which has
                 // already passed: the predicate is looked at once.
                 const Timestamp& until = timeout.get_total_sec() > 0 ? deadline : now;
+                ++waiters_;
                 rc = pthread_cond_timedwait(&cond_, &mutex_.mutex_, until.getTimestampPtr());
+                --waiters_;
             }
             if (verbose_) log_verbose(name_, "just waken up from wait");
             if (rc == ETIMEDOUT) break;
@@ -87,9 +111,9 @@ int WaitableBase::lock_and_wait(const TimeDiff& timeout) {
     return result;
 }
 
-int WaitableBase::lock() {
+int WaitableBase::lock_impl() {
     if (verbose_) log_verbose(name_, "about to lock for state modification");
-    if (mutex_.lock() != 0) {
+    if (lock_mutex() != 0) {
         log_error_no_lock(name_, "lock : result %d", 3);
         return 3;
     }
@@ -97,9 +121,9 @@ int WaitableBase::lock() {
     return 0;
 }
 
-int WaitableBase::unlock() {
+int WaitableBase::unlock_impl() {
     if (verbose_) log_verbose(name_, "about to unlock");
-    if (mutex_.unlock() != 0) {
+    if (unlock_mutex() != 0) {
         log_error_no_lock(name_, "unlock : result %d", 3);
         return 3;
     }
@@ -107,29 +131,55 @@ int WaitableBase::unlock() {
     return 0;
 }
 
-int WaitableBase::signal_one_and_then_unlock() {
+// Called with the mutex held. Nobody waiting means nobody to wake, which
+// keeps the condition variable's cache line out of the common path.
+int WaitableBase::wake(bool all) {
     if (verbose_) log_verbose(name_, "about to signal");
-    const int signal_rc = pthread_cond_signal(&cond_);
-    const int unlock_rc = unlock();
+    if (waiters_ == 0) return 0;
+    return all ? pthread_cond_broadcast(&cond_) : pthread_cond_signal(&cond_);
+}
+
+int WaitableBase::report_signal(bool all, int signal_rc, int unlock_rc) {
     const int result = unlock_rc != 0 ? 4 : (signal_rc != 0 ? 101 : 0);
-    if (result != 0) {
-        log_error_no_lock(name_, "WaitableBase: signal_one_and_then_unlock result: %d, errno %d, [%s]",
+    if (result == 0) return 0;
+    if (all) {
+        log_error_no_lock(name_,
+                          "WaitableBase: signal_all_and_then_unlock result: %d, errno: %d, [%s]",
+                          result, errno, strerror(errno));
+    } else {
+        log_error_no_lock(name_,
+                          "WaitableBase: signal_one_and_then_unlock result: %d, errno %d, [%s]",
                           result, errno, strerror(errno));
     }
     return result;
 }
 
+int WaitableBase::signal_one_and_unlock_impl() {
+    const int signal_rc = wake(false);
+    return report_signal(false, signal_rc, unlock_impl());
+}
+
+int WaitableBase::signal_all_and_unlock_impl() {
+    const int signal_rc = wake(true);
+    return report_signal(true, signal_rc, unlock_impl());
+}
+
+int WaitableBase::lock_and_wait(const TimeDiff& timeout) { return lock_and_wait_impl(timeout); }
+
+int WaitableBase::lock() { return lock_impl(); }
+
+int WaitableBase::unlock() { return unlock_impl(); }
+
+// The unlock goes through the virtual unlock(), which a derived class may
+// extend.
+int WaitableBase::signal_one_and_then_unlock() {
+    const int signal_rc = wake(false);
+    return report_signal(false, signal_rc, unlock());
+}
+
 int WaitableBase::signal_all_and_then_unlock() {
-    if (verbose_) log_verbose(name_, "about to signal");
-    const int signal_rc = pthread_cond_broadcast(&cond_);
-    const int unlock_rc = unlock();
-    const int result = unlock_rc != 0 ? 4 : (signal_rc != 0 ? 101 : 0);
-    if (result != 0) {
-        log_error_no_lock(name_,
-                          "WaitableBase: signal_all_and_then_unlock result: %d, errno: %d, [%s]",
-                          result, errno, strerror(errno));
-    }
-    return result;
+    const int signal_rc = wake(true);
+    return report_signal(true, signal_rc, unlock());
 }
 
 }  // namespace vel_loc_fw

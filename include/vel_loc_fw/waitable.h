@@ -55,10 +55,34 @@ class VEL_LOC_FW_EXPORT WaitableBase {
     WaitableBase(const char* name, bool verbose);
 
   private:
+    // The queue drives its own waitable through the non-virtual cores below.
+    friend class BlockingQueueImpl;
+
+    // Library-internal cores of the operations above (hidden, so that the
+    // library binds and inlines them directly). The `*_unlock_impl` forms
+    // call unlock_impl() rather than the virtual unlock().
+#define VEL_LOC_FW_WAITABLE_INTERNAL __attribute__((visibility("hidden")))
+    VEL_LOC_FW_WAITABLE_INTERNAL int lock_and_wait_impl(const TimeDiff& timeout);
+    VEL_LOC_FW_WAITABLE_INTERNAL int lock_impl();
+    VEL_LOC_FW_WAITABLE_INTERNAL int unlock_impl();
+    VEL_LOC_FW_WAITABLE_INTERNAL int signal_one_and_unlock_impl();
+    VEL_LOC_FW_WAITABLE_INTERNAL int signal_all_and_unlock_impl();
+    // Signals when anyone waits; returns the pthread result.
+    VEL_LOC_FW_WAITABLE_INTERNAL int wake(bool all);
+    // Combines and reports the signal and unlock results (0, 4 or 101).
+    VEL_LOC_FW_WAITABLE_INTERNAL int report_signal(bool all, int signal_rc, int unlock_rc);
+    // The embedded mutex's lock() and unlock(), with the same messages.
+    VEL_LOC_FW_WAITABLE_INTERNAL int lock_mutex();
+    VEL_LOC_FW_WAITABLE_INTERNAL int unlock_mutex();
+#undef VEL_LOC_FW_WAITABLE_INTERNAL
+
     pthread_cond_t cond_;
     MutexImpl mutex_;
     const char* name_;
     bool verbose_;
+    // Threads blocked on `cond_`, counted under the mutex, so that a signal
+    // with nobody to wake costs nothing.
+    int waiters_ = 0;
 };
 
 }  // namespace vel_loc_fw
