@@ -8,6 +8,8 @@
 
 #include <vel_loc_fw/log_util.h>
 
+#include "framework/waitable_internal.h"
+
 namespace vel_loc_fw {
 
 BlockingQueue::~BlockingQueue() = default;

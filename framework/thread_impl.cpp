@@ -32,6 +32,7 @@ ThreadImpl::ThreadImpl(const char* name, Runnable* runnable, bool deleteRunnable
       thread_(),
       delete_runnable_(deleteRunnable),
       state_(kCreated) {
+    sem_init(&named_, 0, 0);
     if (runnable_ == nullptr) log_error_no_lock(name_, "ThreadImpl: result: %d", 2);
 }
 
@@ -41,10 +42,14 @@ ThreadImpl::~ThreadImpl() {
     }
     if (delete_runnable_) delete runnable_;
     runnable_ = nullptr;
+    sem_destroy(&named_);
 }
 
 void* ThreadImpl::thread_func(void* threadImpl) {
-    Runnable* runnable = static_cast<ThreadImpl*>(threadImpl)->runnable_;
+    ThreadImpl* self = static_cast<ThreadImpl*>(threadImpl);
+    while (sem_wait(&self->named_) != 0 && errno == EINTR) {
+    }
+    Runnable* runnable = self->runnable_;
     if (runnable != nullptr) runnable->run();
     return nullptr;
 }
@@ -61,9 +66,12 @@ int ThreadImpl::launch() {
             result = 4;
         } else if (pthread_create(&thread_, &attr, thread_func, this) != 0) {
             result = 5;
-        } else if (pthread_setname_np(thread_, kThreadName) != 0) {
-            // Already running; the state stays "created" as reported.
-            result = 5;
+        } else {
+            if (pthread_setname_np(thread_, kThreadName) != 0) {
+                // Runs all the same; the state stays "created" as reported.
+                result = 5;
+            }
+            sem_post(&named_);
         }
         if (pthread_attr_destroy(&attr) != 0 && result == 0) result = 5;
     }

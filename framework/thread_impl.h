@@ -2,6 +2,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <semaphore.h>
 
 #include <vel_loc_fw/thread.h>
 
@@ -29,6 +30,9 @@ class ThreadImpl : public Thread {
     pthread_t thread_;
     bool delete_runnable_;
     int state_;
+    // Holds the new thread until launch() has named it: naming a thread
+    // that has already ended fails, and run() should see its name.
+    sem_t named_;
 };
 
 }  // namespace vel_loc_fw

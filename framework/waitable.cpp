@@ -7,6 +7,8 @@
 
 #include <vel_loc_fw/log_util.h>
 
+#include "framework/waitable_internal.h"
+
 namespace vel_loc_fw {
 
 namespace {
@@ -34,29 +36,10 @@ WaitableBase::WaitableBase(const char* name, bool verbose)
         }
     }
     if (result != 0) {
-        log_error_no_lock(name_, "WaitableBase: pthread conditional variable error: %d, errno=%d, [%s]",
+        log_error_no_lock(name_,
+                          "WaitableBase: pthread conditional variable error: %d, errno=%d, [%s]",
                           result, errno, strerror(errno));
     }
-}
-
-// The hot paths drive the embedded mutex directly unless verbose: its own
-// verbose flag sits next to the lock word, and reading it around every lock
-// and unlock costs the contended cache line one more trip between cores. The
-// mutex's failure messages are reproduced unchanged.
-int WaitableBase::lock_mutex() {
-    if (verbose_) return mutex_.lock();
-    const int rc = pthread_mutex_lock(&mutex_.mutex_);
-    if (rc == 0) return 0;
-    log_error_no_lock(name_, "lock: pthread_mutex_lock return code: %d, [%s]", rc, strerror(rc));
-    return 1;
-}
-
-int WaitableBase::unlock_mutex() {
-    if (verbose_) return mutex_.unlock();
-    if (pthread_mutex_unlock(&mutex_.mutex_) == 0) return 0;
-    log_error_no_lock(name_, "unlock: pthread_mutex_unlock error: %d, [%s]", errno,
-                      strerror(errno));
-    return 1;
 }
 
 // The embedded mutex is destroyed after the condition variable, as a member.
@@ -68,75 +51,55 @@ WaitableBase::~WaitableBase() {
     }
 }
 
-int WaitableBase::lock_and_wait_impl(const TimeDiff& timeout) {
-    int result = 0;
-    if (verbose_) log_verbose(name_, "about to lock for wait");
-    if (lock_mutex() != 0) {
-        result = 2;
+int WaitableBase::report_mutex_failure(bool lock, int rc) {
+    if (lock) {
+        log_error_no_lock(name_, "lock: pthread_mutex_lock return code: %d, [%s]", rc,
+                          strerror(rc));
     } else {
-        while (ZeroIfShouldWaitAgain_locked() == 0) {
-            if (verbose_) log_verbose(name_, "about to wait");
-            int rc;
-            if (!timeout.is_valid()) {
-                ++waiters_;
-                rc = pthread_cond_wait(&cond_, &mutex_.mutex_);
-                --waiters_;
-            } else {
-                const Timestamp now(CLOCK_REALTIME);
-                const Timestamp deadline = now + timeout;
-                if (!deadline.is_valid()) {
-                    result = 12;
-                    break;
-                }
-                // A zero or negative time-out waits until "now", which has
-                // already passed: the predicate is looked at once.
-                const Timestamp& until = timeout.get_total_sec() > 0 ? deadline : now;
-                ++waiters_;
-                rc = pthread_cond_timedwait(&cond_, &mutex_.mutex_, until.getTimestampPtr());
-                --waiters_;
-            }
-            if (verbose_) log_verbose(name_, "just waken up from wait");
-            if (rc == ETIMEDOUT) break;
-            if (rc != 0) {
-                log_error_no_lock(name_, "lock_and_wait: pthread_cond_wait error: %d, [%s]", errno,
-                                  strerror(errno));
-                result = 15;
+        // errno rather than the code, as the mutex itself reports it.
+        log_error_no_lock(name_, "unlock: pthread_mutex_unlock error: %d, [%s]", errno,
+                          strerror(errno));
+    }
+    return 1;
+}
+
+int WaitableBase::wait_locked(const TimeDiff& timeout) {
+    int result = 0;
+    do {
+        if (verbose_) log_verbose(name_, "about to wait");
+        int rc;
+        if (!timeout.is_valid()) {
+            ++waiters_;
+            rc = pthread_cond_wait(&cond_, &mutex_.mutex_);
+            --waiters_;
+        } else {
+            // Each wait starts the full time-out again from now.
+            const Timestamp now(CLOCK_REALTIME);
+            const Timestamp deadline = now + timeout;
+            if (!deadline.is_valid()) {
+                result = 12;
                 break;
             }
+            // A zero or negative time-out waits until "now", which has
+            // already passed: the predicate is looked at once more.
+            const Timestamp& until = timeout.get_total_sec() > 0 ? deadline : now;
+            ++waiters_;
+            rc = pthread_cond_timedwait(&cond_, &mutex_.mutex_, until.getTimestampPtr());
+            --waiters_;
         }
-    }
+        if (verbose_) log_verbose(name_, "just waken up from wait");
+        if (rc == ETIMEDOUT) break;
+        if (rc != 0) {
+            log_error_no_lock(name_, "lock_and_wait: pthread_cond_wait error: %d, [%s]", errno,
+                              strerror(errno));
+            result = 15;
+            break;
+        }
+    } while (ZeroIfShouldWaitAgain_locked() == 0);
     // On 12 and 15 the mutex stays locked: the caller's state may be
     // inconsistent, and holding the lock keeps other threads away from it.
     if (result != 0) log_error_no_lock(name_, "WaitableBase: lock_and_wait error: %d", result);
     return result;
-}
-
-int WaitableBase::lock_impl() {
-    if (verbose_) log_verbose(name_, "about to lock for state modification");
-    if (lock_mutex() != 0) {
-        log_error_no_lock(name_, "lock : result %d", 3);
-        return 3;
-    }
-    if (verbose_) log_verbose(name_, "just acquired lock for state modification");
-    return 0;
-}
-
-int WaitableBase::unlock_impl() {
-    if (verbose_) log_verbose(name_, "about to unlock");
-    if (unlock_mutex() != 0) {
-        log_error_no_lock(name_, "unlock : result %d", 3);
-        return 3;
-    }
-    if (verbose_) log_verbose(name_, "unlocked");
-    return 0;
-}
-
-// Called with the mutex held. Nobody waiting means nobody to wake, which
-// keeps the condition variable's cache line out of the common path.
-int WaitableBase::wake(bool all) {
-    if (verbose_) log_verbose(name_, "about to signal");
-    if (waiters_ == 0) return 0;
-    return all ? pthread_cond_broadcast(&cond_) : pthread_cond_signal(&cond_);
 }
 
 int WaitableBase::report_signal(bool all, int signal_rc, int unlock_rc) {
@@ -152,16 +115,6 @@ int WaitableBase::report_signal(bool all, int signal_rc, int unlock_rc) {
                           result, errno, strerror(errno));
     }
     return result;
-}
-
-int WaitableBase::signal_one_and_unlock_impl() {
-    const int signal_rc = wake(false);
-    return report_signal(false, signal_rc, unlock_impl());
-}
-
-int WaitableBase::signal_all_and_unlock_impl() {
-    const int signal_rc = wake(true);
-    return report_signal(true, signal_rc, unlock_impl());
 }
 
 int WaitableBase::lock_and_wait(const TimeDiff& timeout) { return lock_and_wait_impl(timeout); }

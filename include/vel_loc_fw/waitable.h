@@ -58,22 +58,24 @@ class VEL_LOC_FW_EXPORT WaitableBase {
     // The queue drives its own waitable through the non-virtual cores below.
     friend class BlockingQueueImpl;
 
-    // Library-internal cores of the operations above (hidden, so that the
-    // library binds and inlines them directly). The `*_unlock_impl` forms
-    // call unlock_impl() rather than the virtual unlock().
+    // Library-internal cores of the operations above, defined inline in the
+    // library so that its hot paths carry no call layers; hidden, so nothing
+    // outside the library can bind to them. The `*_unlock_impl` forms call
+    // unlock_impl() rather than the virtual unlock().
 #define VEL_LOC_FW_WAITABLE_INTERNAL __attribute__((visibility("hidden")))
     VEL_LOC_FW_WAITABLE_INTERNAL int lock_and_wait_impl(const TimeDiff& timeout);
     VEL_LOC_FW_WAITABLE_INTERNAL int lock_impl();
     VEL_LOC_FW_WAITABLE_INTERNAL int unlock_impl();
     VEL_LOC_FW_WAITABLE_INTERNAL int signal_one_and_unlock_impl();
     VEL_LOC_FW_WAITABLE_INTERNAL int signal_all_and_unlock_impl();
-    // Signals when anyone waits; returns the pthread result.
-    VEL_LOC_FW_WAITABLE_INTERNAL int wake(bool all);
-    // Combines and reports the signal and unlock results (0, 4 or 101).
-    VEL_LOC_FW_WAITABLE_INTERNAL int report_signal(bool all, int signal_rc, int unlock_rc);
-    // The embedded mutex's lock() and unlock(), with the same messages.
     VEL_LOC_FW_WAITABLE_INTERNAL int lock_mutex();
     VEL_LOC_FW_WAITABLE_INTERNAL int unlock_mutex();
+    VEL_LOC_FW_WAITABLE_INTERNAL int wake(bool all);
+    // Out of line: the waiting loop once the predicate said "wait" (0, 12 or
+    // 15), and the reports of failures.
+    VEL_LOC_FW_WAITABLE_INTERNAL int wait_locked(const TimeDiff& timeout);
+    VEL_LOC_FW_WAITABLE_INTERNAL int report_mutex_failure(bool lock, int rc);
+    VEL_LOC_FW_WAITABLE_INTERNAL int report_signal(bool all, int signal_rc, int unlock_rc);
 #undef VEL_LOC_FW_WAITABLE_INTERNAL
 
     pthread_cond_t cond_;
