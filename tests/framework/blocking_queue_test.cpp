@@ -1,5 +1,7 @@
 #include <vel_loc_fw/blocking_queue.h>
 
+#include <stdint.h>
+
 #include <chrono>
 #include <memory>
 #include <string>
@@ -38,22 +40,24 @@ class BlockingQueueTest : public ::testing::Test {
     varn_test::LogCapture log_;
 };
 
+void* item_at(uintptr_t n) { return reinterpret_cast<void*>(n + 1); }
+
 TEST_F(BlockingQueueTest, PopsInPushOrderWhateverTheInterleaving) {
     auto queue = make("Q");
-    int items[5] = {};
-    void* got = nullptr;
-    // Pushes and pops interleaved so the queue passes through lengths 0 to 3.
-    const char* script = "+++-+--++---+-";
-    int next_push = 0;
-    int next_pop = 0;
-    for (const char* step = script; *step != '\0'; ++step) {
-        if (*step == '+') {
-            ASSERT_EQ(0, queue->push(&items[next_push++ % 5]));
-        } else {
+    // Runs of pushes and pops, short and long: the queue passes through empty,
+    // short and multi-hundred backlogs and reuses the storage it freed.
+    const int runs[] = {2, -1, 2, -3, 1, -1, 150, -100, 150, -200, 70, -70};
+    uintptr_t pushed = 0;
+    uintptr_t popped = 0;
+    for (int run : runs) {
+        for (int i = 0; i < run; ++i) ASSERT_EQ(0, queue->push(item_at(pushed++)));
+        for (int i = 0; i < -run; ++i) {
+            void* got = nullptr;
             ASSERT_EQ(0, queue->pop(&got, TimeDiff(true), nullptr));
-            EXPECT_EQ(&items[next_pop++ % 5], got) << "pop #" << next_pop;
+            ASSERT_EQ(item_at(popped++), got);
         }
     }
+    void* got = &got;
     ASSERT_EQ(0, queue->pop(&got, TimeDiff(true), nullptr));
     EXPECT_EQ(nullptr, got);
     EXPECT_EQ(0u, log_.count("[Q]")) << log_.dump();
