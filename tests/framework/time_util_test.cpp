@@ -187,7 +187,8 @@ TEST_F(TimeDeathTest, MisuseEndsTheProcess) {
             route_timestamp_errors_to_stderr();
             (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0));
         },
-        ::testing::ExitedWithCode(255), "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1");
+        ::testing::ExitedWithCode(255),
+        "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1");
     const Timestamp valid = stamp(kMono, 1, 0);
     const Timestamp invalid(false);
     const TimeDiff good(true);
