@@ -32,10 +32,11 @@ class BlockingQueueImpl final : public BlockingQueue, public WaitableBase {
     // Makes room for one more item at the newest end. False when out of memory.
     bool reserve_locked();
 
-    // What push and pop touch, on a cache line of its own: in-use chunks run
-    // from `oldest_` to `newest_` through `newer`, the oldest item is
-    // `oldest_->items[read_]` and the next item goes to `newest_->items[write_]`.
-    alignas(64) Chunk* oldest_ = nullptr;
+    // What push and pop touch, kept together right after the waitable's own
+    // fields so that an operation pulls as few cache lines as possible: in-use
+    // chunks run from `oldest_` to `newest_` through `newer`, the oldest item
+    // is `oldest_->items[read_]` and the next goes to `newest_->items[write_]`.
+    Chunk* oldest_ = nullptr;
     Chunk* newest_ = nullptr;
     uint32_t read_ = 0;
     uint32_t write_ = 0;
@@ -45,7 +46,7 @@ class BlockingQueueImpl final : public BlockingQueue, public WaitableBase {
     // Every chunk ever allocated, in use or spare. Chunks are recycled rather
     // than freed, so a queue in steady use allocates nothing; it keeps the
     // chunks of its longest backlog until it is destroyed.
-    alignas(64) List<Chunk> chunks_;
+    List<Chunk> chunks_;
     Chunk* spare_ = nullptr;
     const char* name_;
     // The verbose lines come from the waitable part; kept beside the name as
