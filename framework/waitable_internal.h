@@ -37,22 +37,26 @@ inline int WaitableBase::lock_and_wait_impl(const TimeDiff& timeout) {
 }
 
 inline int WaitableBase::lock_impl() {
-    if (verbose_) log_verbose(name_, "about to lock for state modification");
+    const bool verbose = verbose_;
+    if (verbose) log_verbose(name_, "about to lock for state modification");
     if (lock_mutex() != 0) {
         log_error_no_lock(name_, "lock : result %d", 3);
         return 3;
     }
-    if (verbose_) log_verbose(name_, "just acquired lock for state modification");
+    if (verbose) log_verbose(name_, "just acquired lock for state modification");
     return 0;
 }
 
 inline int WaitableBase::unlock_impl() {
-    if (verbose_) log_verbose(name_, "about to unlock");
+    // Read once, before the unlock: afterwards the other thread owns the
+    // cache lines around the lock, and reading the flag would pull them back.
+    const bool verbose = verbose_;
+    if (verbose) log_verbose(name_, "about to unlock");
     if (unlock_mutex() != 0) {
         log_error_no_lock(name_, "unlock : result %d", 3);
         return 3;
     }
-    if (verbose_) log_verbose(name_, "unlocked");
+    if (verbose) log_verbose(name_, "unlocked");
     return 0;
 }
 
