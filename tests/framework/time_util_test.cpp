@@ -25,7 +25,19 @@ class TimeTest : public ::testing::Test {
     void TearDown() override { log_set_global_level(EL_LOG_OFF); }
     varn_test::LogCapture log_;
 };
-using TimeDeathTest = TimeTest;
+// Death tests fork without re-executing the binary, which user-mode
+// emulation (qemu-aarch64) cannot do; no other thread is alive here.
+class TimeDeathTest : public TimeTest {
+  protected:
+    void SetUp() override {
+        TimeTest::SetUp();
+        GTEST_FLAG_SET(death_test_style, "fast");
+    }
+    void TearDown() override {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        TimeTest::TearDown();
+    }
+};
 
 Timestamp stamp(int clock_id, time_t sec, long nsec) {
     timespec time{};
