@@ -24,7 +24,7 @@ BlockingQueueImpl::BlockingQueueImpl(const char* name, bool verbose)
       verbose_(verbose) {}
 
 BlockingQueueImpl::~BlockingQueueImpl() {
-    // The items belong to whoever pushed them; only the nodes are ours.
+    // The items belong to whoever pushed them; only the chunks are ours.
     if (count_ != 0) log_warning(name_, "~BlockingQueueImpl: memory leak");
     chunks_.clear();
 }

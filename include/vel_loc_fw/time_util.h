@@ -106,14 +106,15 @@ class VEL_LOC_FW_EXPORT Timestamp {
     bool operator<(const Timestamp& other) const;
 
     // Carries this stamp as a nested postcard `name` of `out`. Defined with
-    // the postcards; see there for the codes.
+    // the postcards (see there for the codes); as members they read and
+    // write the fields below directly.
     int insert_into_postcard(OutPostcard* out, const char* name) const;
     // Reads a stamp written by insert_into_postcard(); invalid on failure.
     static Timestamp retrieve_from_postcard(InPostcard* in, const char* name);
 
   private:
-    bool valid_;
-    int clock_id_;
+    bool valid_;      // kept in a 32-bit slot by the alignment of `clock_id_`
+    int clock_id_;    // -1 while invalid
     timespec time_;
 };
 
