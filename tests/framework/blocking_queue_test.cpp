@@ -205,6 +205,9 @@ TEST_F(BlockingQueueTest, FailedWaitKeepsTheQueueLocked) {
     EXPECT_TRUE(log_.contains("[BlockingQueue] lock : result 3"));
     EXPECT_EQ(2, queue->close());
     EXPECT_TRUE(log_.contains("[Q] close: error: 2")) << log_.dump();
+    EXPECT_EQ(10, queue->pop(&got, static_cast<const timespec*>(nullptr), nullptr));
+    EXPECT_TRUE(log_.contains("[BlockingQueue] WaitableBase: lock_and_wait error: 2"));
+    EXPECT_TRUE(log_.contains("[Q] pop 0: error: 10")) << log_.dump();
 }
 
 }  // namespace
