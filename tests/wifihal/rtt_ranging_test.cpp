@@ -234,7 +234,8 @@ TEST_F(RttRangingTest, TableRequestReachesServiceWithExactNodes) {
     EXPECT_TRUE(capture_.contains(
             "wifiNodeParamChecking: 1-sided RTT, got illegal burst_duration (15). Set burst "
             "duration to maxBurstDuration(11)"));
-    EXPECT_TRUE(capture_.contains("wifiNodeParamChecking: 2-sided RTT, burst_duration no preference"));
+    EXPECT_TRUE(
+            capture_.contains("wifiNodeParamChecking: 2-sided RTT, burst_duration no preference"));
     EXPECT_TRUE(capture_.contains("wifiNodeParamChecking: burst_period (9) set to 0"));
 
     // The handler is registered under the new client id.
