@@ -1,12 +1,13 @@
 // Helpers shared by the listener's source files (not exported).
 #pragma once
 
+#include <varn_client/VARNTypes.h>
+#include <vel_loc_fw/log_util.h>
+
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <type_traits>
-
-#include <varn_client/VARNTypes.h>
 
 namespace varn_listener {
 
@@ -37,8 +38,16 @@ inline BssidDigits bssidDigits(const VARNMacAddress& mac) {
     return bssidDigits(bytes);
 }
 
+// Verbose message whose arguments are evaluated and whose log call (with its
+// lock) is made only when verbose messages of `tag` can pass; the output is the
+// same as an unconditional `log_verbose`.
+#define VARN_LOG_VERBOSE(tag, ...)                                                              \
+    do {                                                                                        \
+        if (vel_loc_fw::is_log_verbose_enabled(tag)) vel_loc_fw::log_verbose(tag, __VA_ARGS__); \
+    } while (0)
+
 // The twelve characters of `BssidDigits` as printf arguments.
-#define VARN_BSSID_ARGS(b)                                                                   \
+#define VARN_BSSID_ARGS(b)                                                                    \
     (b).d[0], (b).d[1], (b).d[2], (b).d[3], (b).d[4], (b).d[5], (b).d[6], (b).d[7], (b).d[8], \
             (b).d[9], (b).d[10], (b).d[11]
 #define VARN_BSSID_FMT "%c%c:%c%c:%c%c:%c%c:%c%c:%c%c"

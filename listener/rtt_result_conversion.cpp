@@ -48,8 +48,8 @@ int psToMm(wifi_timespan ps) {
 // null when absent or empty, or when out of memory (logged).
 wifi_information_element* copyElement(const VARNInformationElement& element, const char* name) {
     if (element.data == nullptr || element.length == 0) return nullptr;
-    fw::log_verbose(kTag, "@processLocationIeData(): %s received len(%u)", name,
-                    static_cast<unsigned>(element.length));
+    VARN_LOG_VERBOSE(kTag, "@processLocationIeData(): %s received len(%u)", name,
+                     static_cast<unsigned>(element.length));
     auto* copy = static_cast<wifi_information_element*>(malloc(element.length + 2u));
     if (copy == nullptr) {
         fw::log_debug(kTag, "@processLocationIeData(): memory allocation error");
@@ -67,8 +67,8 @@ void VARNClientListenerImpl::mapVarnStatusToWiFiHalStatus(wifi_rtt_result_v2* re
                                                           const VARNScanMeasurement* measurement,
                                                           eScanStatus request_status) {
     const int32_t target = measurement->target_status;
-    fw::log_verbose(kTag, "%s: status IN(%d)(%s) ReqStatus(%d)", "mapVarnStatusToWiFiHalStatus",
-                    target, targetStatusName(target), static_cast<int>(request_status));
+    VARN_LOG_VERBOSE(kTag, "%s: status IN(%d)(%s) ReqStatus(%d)", "mapVarnStatusToWiFiHalStatus",
+                     target, targetStatusName(target), static_cast<int>(request_status));
     // Indexed by the target status 0..10.
     static const wifi_rtt_status kByTarget[11] = {
             RTT_STATUS_SUCCESS,
@@ -103,8 +103,8 @@ void VARNClientListenerImpl::mapVarnStatusToWiFiHalStatus(wifi_rtt_result_v2* re
         status = RTT_STATUS_FAILURE;
     }
     result->rtt_result.status = status;
-    fw::log_verbose(kTag, "@mapVarnStatusToWiFiHalStatus(): status OUT(%d)(%s)",
-                    static_cast<int>(status), wifiHalStatusName(status));
+    VARN_LOG_VERBOSE(kTag, "@mapVarnStatusToWiFiHalStatus(): status OUT(%d)(%s)",
+                     static_cast<int>(status), wifiHalStatusName(status));
 }
 
 void VARNClientListenerImpl::mapRttTypeToWiFiHal(wifi_rtt_result_v2* result,
@@ -137,8 +137,8 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
     for (uint32_t k = 0; k < n; ++k) {
         const int32_t rssi = frames[k]->rssi;
         if (verbose) {
-            fw::log_verbose(kTag, "@computeRssiMetrics(): rssi[%d] = %d", static_cast<int>(k),
-                            rssi);
+            VARN_LOG_VERBOSE(kTag, "@computeRssiMetrics(): rssi[%d] = %d", static_cast<int>(k),
+                             rssi);
         }
         amplitude_sum += pow(10.0, rssi / 20.0);
         if (rssi > rssi_max) {
@@ -151,9 +151,9 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
     const int32_t spread = rssi_max - rssi_min;
     result->rtt_result.rssi = avg * -2;
     result->rtt_result.rssi_spread = spread;
-    fw::log_verbose(kTag,
-                    "@computeRssiMetrics(): avgRssi(%d), rssiMax(%d), rssiMin(%d), rssiSp(%d)", avg,
-                    rssi_max, rssi_min, spread);
+    VARN_LOG_VERBOSE(kTag,
+                     "@computeRssiMetrics(): avgRssi(%d), rssiMax(%d), rssiMin(%d), rssiSp(%d)",
+                     avg, rssi_max, rssi_min, spread);
 }
 
 wifi_rtt_bw VARNClientListenerImpl::mapVARNBwToWiFiHal(uint8_t bw) {
@@ -244,40 +244,40 @@ void VARNClientListenerImpl::printWiFiHalNodeResult(const wifi_rtt_result_v2* re
     const wifi_rtt_result& r = result->rtt_result;
     const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(r.addr);
     const int type = r.type;
-    fw::log_verbose(kTag, "%s: " VARN_BSSID_FMT " status(%d)(%s) type(%d)(%s)",
-                    "printWiFiHalNodeResult", VARN_BSSID_ARGS(bssid), static_cast<int>(r.status),
-                    wifiHalStatusName(r.status), type,
-                    type >= 1 && type <= 2 ? WIFIHAL_RTT_STR[type - 1] : "UNKNOWN");
-    fw::log_verbose(kTag,
-                    "%s: burst_num(%u), measurement_number(%u), success_number(%u), "
-                    "number_per_burst_peer(%u), retry_after_duration(%u)",
-                    "printWiFiHalNodeResult", r.burst_num, r.measurement_number, r.success_number,
-                    static_cast<unsigned>(r.number_per_burst_peer),
-                    static_cast<unsigned>(r.retry_after_duration));
-    fw::log_verbose(
+    VARN_LOG_VERBOSE(kTag, "%s: " VARN_BSSID_FMT " status(%d)(%s) type(%d)(%s)",
+                     "printWiFiHalNodeResult", VARN_BSSID_ARGS(bssid), static_cast<int>(r.status),
+                     wifiHalStatusName(r.status), type,
+                     type >= 1 && type <= 2 ? WIFIHAL_RTT_STR[type - 1] : "UNKNOWN");
+    VARN_LOG_VERBOSE(kTag,
+                     "%s: burst_num(%u), measurement_number(%u), success_number(%u), "
+                     "number_per_burst_peer(%u), retry_after_duration(%u)",
+                     "printWiFiHalNodeResult", r.burst_num, r.measurement_number, r.success_number,
+                     static_cast<unsigned>(r.number_per_burst_peer),
+                     static_cast<unsigned>(r.retry_after_duration));
+    VARN_LOG_VERBOSE(
             kTag, "%s: rssi(%d), rssi_spread(%d), rtt(%llu), rtt_sd(%llu), rtt_spread(%llu)",
             "printWiFiHalNodeResult", r.rssi, r.rssi_spread, static_cast<unsigned long long>(r.rtt),
             static_cast<unsigned long long>(r.rtt_sd),
             static_cast<unsigned long long>(r.rtt_spread));
-    fw::log_verbose(kTag,
-                    "%s: distance_mm(%d), distance_sd_mm(%d), distance_spread_mm(%d), ts(%lld)",
-                    "printWiFiHalNodeResult", r.distance_mm, r.distance_sd_mm, r.distance_spread_mm,
-                    static_cast<long long>(r.ts));
-    fw::log_verbose(kTag,
-                    "%s: tx_rate preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u); rx_rate "
-                    "preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u)",
-                    "printWiFiHalNodeResult", WIFIHAL_PREAMBLE_STR[r.tx_rate.preamble % 6],
-                    WIFIHAL_NSS_STR[r.tx_rate.nss], static_cast<unsigned>(r.tx_rate.bw),
-                    static_cast<unsigned>(r.tx_rate.rateMcsIdx), r.tx_rate.bitrate,
-                    WIFIHAL_PREAMBLE_STR[r.rx_rate.preamble % 6], WIFIHAL_NSS_STR[r.rx_rate.nss],
-                    static_cast<unsigned>(r.rx_rate.bw),
-                    static_cast<unsigned>(r.rx_rate.rateMcsIdx), r.rx_rate.bitrate);
-    fw::log_verbose(kTag,
-                    "%s: burst_duration(%d), negotiated_burst_num(%d), frequency(%d), "
-                    "packet_bw(%d), LCI(%p), LCR(%p)",
-                    "printWiFiHalNodeResult", r.burst_duration, r.negotiated_burst_num,
-                    result->frequency, static_cast<int>(result->packet_bw),
-                    static_cast<const void*>(r.LCI), static_cast<const void*>(r.LCR));
+    VARN_LOG_VERBOSE(kTag,
+                     "%s: distance_mm(%d), distance_sd_mm(%d), distance_spread_mm(%d), ts(%lld)",
+                     "printWiFiHalNodeResult", r.distance_mm, r.distance_sd_mm,
+                     r.distance_spread_mm, static_cast<long long>(r.ts));
+    VARN_LOG_VERBOSE(kTag,
+                     "%s: tx_rate preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u); rx_rate "
+                     "preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u)",
+                     "printWiFiHalNodeResult", WIFIHAL_PREAMBLE_STR[r.tx_rate.preamble % 6],
+                     WIFIHAL_NSS_STR[r.tx_rate.nss], static_cast<unsigned>(r.tx_rate.bw),
+                     static_cast<unsigned>(r.tx_rate.rateMcsIdx), r.tx_rate.bitrate,
+                     WIFIHAL_PREAMBLE_STR[r.rx_rate.preamble % 6], WIFIHAL_NSS_STR[r.rx_rate.nss],
+                     static_cast<unsigned>(r.rx_rate.bw),
+                     static_cast<unsigned>(r.rx_rate.rateMcsIdx), r.rx_rate.bitrate);
+    VARN_LOG_VERBOSE(kTag,
+                     "%s: burst_duration(%d), negotiated_burst_num(%d), frequency(%d), "
+                     "packet_bw(%d), LCI(%p), LCR(%p)",
+                     "printWiFiHalNodeResult", r.burst_duration, r.negotiated_burst_num,
+                     result->frequency, static_cast<int>(result->packet_bw),
+                     static_cast<const void*>(r.LCI), static_cast<const void*>(r.LCR));
 }
 
 wifi_rtt_result_v2* VARNClientListenerImpl::scanMeasToWiFiHalResult(

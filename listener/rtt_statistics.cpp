@@ -5,16 +5,15 @@
 // and a single-precision variance, so that results match the figures the
 // platform has always reported. Each step is a separate statement so that no
 // compiler contracts it into a fused multiply-add.
-#include "listener/varn_client_listener_impl.h"
+#include <varn_wifihal.h>
+#include <vel_loc_fw/log_util.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 
-#include <varn_wifihal.h>
-#include <vel_loc_fw/log_util.h>
-
 #include "listener/listener_internal.h"
+#include "listener/varn_client_listener_impl.h"
 
 using varn_listener::kTag;
 namespace fw = vel_loc_fw;
@@ -25,11 +24,10 @@ namespace {
 void logRttArray(const char* title, const int32_t* values, uint32_t count) {
     char line[480];
     int used = snprintf(line, sizeof(line), "%s: %s", "computeMedian", title);
-    for (uint32_t i = 0; i < count && used > 0 && static_cast<size_t>(used) < sizeof(line);
-         ++i) {
+    for (uint32_t i = 0; i < count && used > 0 && static_cast<size_t>(used) < sizeof(line); ++i) {
         used += snprintf(line + used, sizeof(line) - static_cast<size_t>(used), " %d", values[i]);
     }
-    fw::log_verbose(kTag, "%s", line);
+    VARN_LOG_VERBOSE(kTag, "%s", line);
 }
 
 }  // namespace
@@ -50,7 +48,7 @@ float VARNClientListenerImpl::getRTTWeightedFactor(uint8_t tx_preamble, uint8_t 
 
 void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mean) {
     fw::log_info(kTag, "%s: Weighted mean %s", "computeMean",
-                  g_weighted_mean != 0 ? "Enabled" : "Disabled");
+                 g_weighted_mean != 0 ? "Enabled" : "Disabled");
     float sum = 0.0f;
     float count = 0.0f;
     for (uint32_t i = 0; i < frames.size(); ++i) {
@@ -61,14 +59,14 @@ void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mea
                                                frame->tx_rate.bandwidth, frame->rx_rate.bandwidth)
                         : 1.0f;
         fw::log_debug(kTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
-                       "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
-                       static_cast<double>(factor));
+                      "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
+                      static_cast<double>(factor));
         const float weighted = factor * static_cast<float>(frame->rtt_ps);
         sum += weighted;
         count += factor;
     }
     if (count != 0.0f) mean = sum / count;
-    fw::log_verbose(kTag, "sum:%.4f count:%.4f mean:%.4f", static_cast<double>(sum),
+    VARN_LOG_VERBOSE(kTag, "sum:%.4f count:%.4f mean:%.4f", static_cast<double>(sum),
                      static_cast<double>(count), static_cast<double>(mean));
 }
 
@@ -139,14 +137,13 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
                                             int32_t& median, int32_t requested_bw) {
     if (frames.size() <= 2) {
         fw::log_debug(kTag, "%s: Too few elements %d", "filterOutliers",
-                       static_cast<int>(frames.size()));
+                      static_cast<int>(frames.size()));
         return;
     }
-    fw::log_verbose(kTag,
+    VARN_LOG_VERBOSE(kTag,
                      "%s: RTT before Filter Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d "
                      "medianVal: %d",
-                     "filterOutliers", static_cast<double>(mean), max, min, spread, stdev,
-                     median);
+                     "filterOutliers", static_cast<double>(mean), max, min, spread, stdev, median);
 
     uint32_t i = 0;
     while (i < frames.size()) {
@@ -166,7 +163,7 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
             const int64_t rtt = frame->rtt_ps;
             if (rtt > median + tolerance || rtt < median - tolerance) {
                 fw::log_debug(kTag, "%s: Removed outlier at %d, val %d", "filterOutliers",
-                               static_cast<int>(i), frame->rtt_ps);
+                              static_cast<int>(i), frame->rtt_ps);
                 frames.erase(i);
                 continue;
             }
@@ -187,18 +184,17 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
         return;
     }
     computeStats(frames, mean, max, min, spread, stdev, median, false);
-    fw::log_verbose(kTag,
+    VARN_LOG_VERBOSE(kTag,
                      "%s: RTT after Filter Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d "
                      "medianVal: %d",
-                     "filterOutliers", static_cast<double>(mean), max, min, spread, stdev,
-                     median);
+                     "filterOutliers", static_cast<double>(mean), max, min, spread, stdev, median);
     computeMean(frames, mean);
 }
 
 void VARNClientListenerImpl::computeRttMetrics(wifi_rtt_result_v2* result,
                                                const VARNScanMeasurement* measurement,
                                                int32_t requested_bw) {
-    fw::log_verbose(kTag, "@computeRttMetrics()");
+    VARN_LOG_VERBOSE(kTag, "@computeRttMetrics()");
 
     struct ChainStats {
         VARNFrameList frames;
@@ -238,11 +234,11 @@ void VARNClientListenerImpl::computeRttMetrics(wifi_rtt_result_v2* result,
 
     const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(measurement->bssid);
     fw::log_debug(kTag,
-                   "%s: " VARN_BSSID_FMT
-                   " RTT %s Final Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d median: %d",
-                   "computeRttMetrics", VARN_BSSID_ARGS(bssid), use_chain_1 ? "Chain_1" : "Chain_0",
-                   static_cast<double>(chosen.mean), chosen.max, chosen.min, chosen.spread,
-                   chosen.stdev, chosen.median);
+                  "%s: " VARN_BSSID_FMT
+                  " RTT %s Final Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d median: %d",
+                  "computeRttMetrics", VARN_BSSID_ARGS(bssid), use_chain_1 ? "Chain_1" : "Chain_0",
+                  static_cast<double>(chosen.mean), chosen.max, chosen.min, chosen.spread,
+                  chosen.stdev, chosen.median);
 
     result->rtt_result.rtt = static_cast<wifi_timespan>(chosen.mean);
     result->rtt_result.rtt_sd = chosen.stdev;

@@ -6,13 +6,12 @@
 // `ie_data` and may run on into the next record, which the HAL's layout
 // allows, so the writes must not be expressed as indexing the one-byte
 // `ie_data` array.
+#include <loc_utils/loc_utils.h>
 #include <varn_wifihal_results.h>
+#include <vel_loc_fw/log_util.h>
 
 #include <cstdlib>
 #include <cstring>
-
-#include <loc_utils/loc_utils.h>
-#include <vel_loc_fw/log_util.h>
 
 #include "listener/listener_internal.h"
 
@@ -27,8 +26,8 @@ static_assert(kScanResultStride == 88, "wifi_scan_result records are 88 bytes ap
 static_assert(kCachedResultStride == 2832, "cached scan records are 2832 bytes apart");
 
 wifi_scan_result* recordAt(unsigned char* base, uint32_t index) {
-    return reinterpret_cast<wifi_scan_result*>(base + static_cast<size_t>(index) *
-                                                              kScanResultStride);
+    return reinterpret_cast<wifi_scan_result*>(base +
+                                               static_cast<size_t>(index) * kScanResultStride);
 }
 
 // Converts one measurement into `*out`; the element bytes go to the bytes
@@ -39,7 +38,7 @@ void convertOne(wifi_scan_result* out, const VARNScanMeasurement* meas) {
     meas->ssid.getSSID(ssid, &ssid_length);
     if (ssid_length > 32) {
         fw::log_error(kWifiHalTag, "%s: SSID length %u exceeds 32 bytes", "toWiFiScanResult",
-                       ssid_length);
+                      ssid_length);
         abort();
     }
     ssid[ssid_length] = '\0';
@@ -81,7 +80,7 @@ void toWiFiScanResult(unsigned int count, wifi_scan_result* out,
         convertOne(record, meas[i]);
         if (verbose) {
             const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(record->bssid);
-            fw::log_verbose(kWifiHalTag,
+            VARN_LOG_VERBOSE(kWifiHalTag,
                              "%s: bssid(" VARN_BSSID_FMT
                              ") ssid(%s) channel(%u) rssi(%d) rssi_ts(%ld) rtt(%d) rtt_sd(%d)",
                              "toWiFiScanResult", VARN_BSSID_ARGS(bssid), record->ssid,
@@ -97,7 +96,7 @@ void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,
     const uint32_t available = cached.size();
     const uint32_t n = max < available ? max : available;
     fw::log_debug(kWifiHalTag, "%s: requested %u results, got %u results, passing %u results",
-                   "toWiFiCachedScanResults", max, available, n);
+                  "toWiFiCachedScanResults", max, available, n);
     unsigned char* base = reinterpret_cast<unsigned char*>(out);
     for (uint32_t k = 0; k < n; ++k) {
         auto* scan = reinterpret_cast<wifi_cached_scan_results*>(
@@ -107,9 +106,8 @@ void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,
         scan->flags = source->flags;
         // Uncapped: the HAL reads at most MAX_AP_CACHE_PER_SCAN records.
         scan->num_results = static_cast<int>(source->measurements.size());
-        fw::log_verbose(kWifiHalTag, "%s: scan_id(%d) flags(%d) num_results(%d)",
-                         "toWiFiCachedScanResults", scan->scan_id, scan->flags,
-                         scan->num_results);
+        VARN_LOG_VERBOSE(kWifiHalTag, "%s: scan_id(%d) flags(%d) num_results(%d)",
+                         "toWiFiCachedScanResults", scan->scan_id, scan->flags, scan->num_results);
 
         const uint32_t total = source->measurements.size();
         const uint32_t converted = total < MAX_AP_CACHE_PER_SCAN ? total : MAX_AP_CACHE_PER_SCAN;
@@ -120,7 +118,7 @@ void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,
             convertOne(record, source->measurements[j]);
             if (varn_debug_level >= 5) {
                 const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(record->bssid);
-                fw::log_verbose(kWifiHalTag,
+                VARN_LOG_VERBOSE(kWifiHalTag,
                                  "%s: scan_id(%d) flags(%d) num_results(%d) bssid(" VARN_BSSID_FMT
                                  ") ssid(%s) channel(%u) rssi(%d) rssi_ts(%ld) rtt(%d) "
                                  "rtt_sd(%d)",

@@ -20,10 +20,9 @@ const char* const WIFIHAL_BW[8] = {"WIFI_CHAN_WIDTH_20",    "WIFI_CHAN_WIDTH_40"
                                    "WIFI_CHAN_WIDTH_80P80", "WIFI_CHAN_WIDTH_5",
                                    "WIFI_CHAN_WIDTH_10",    "WIFI_CHAN_WIDTH_INVALID"};
 
-const char* const WIFIHAL_PEER_STR[7] = {"WIFI_PEER_STA",        "WIFI_PEER_AP",
-                                         "WIFI_PEER_P2P_GO",     "WIFI_PEER_P2P_CLIENT",
-                                         "WIFI_PEER_NAN",        "WIFI_PEER_TDLS",
-                                         "WIFI_PEER_INVALID"};
+const char* const WIFIHAL_PEER_STR[7] = {
+        "WIFI_PEER_STA", "WIFI_PEER_AP",   "WIFI_PEER_P2P_GO", "WIFI_PEER_P2P_CLIENT",
+        "WIFI_PEER_NAN", "WIFI_PEER_TDLS", "WIFI_PEER_INVALID"};
 
 const char* const WIFIHAL_STATUS[18] = {
         "RTT_STATUS_SUCCESS",

@@ -28,17 +28,17 @@ constexpr const char* kSigChangeAllocation = "@responseReceived(): memory alloca
 void printVarnResponse(const vel_loc_fw::vector<VARNScanMeasurement*>& measurements) {
     if (!fw::is_log_verbose_enabled(kTag)) return;
     for (const VARNScanMeasurement* meas : measurements) {
-        fw::log_verbose(kTag, "Frequency = %d, Is Secure = %d, Node type = %d",
-                        static_cast<int>(meas->frequency), meas->is_secure ? 1 : 0,
-                        static_cast<int>(meas->node_type));
+        VARN_LOG_VERBOSE(kTag, "Frequency = %d, Is Secure = %d, Node type = %d",
+                         static_cast<int>(meas->frequency), meas->is_secure ? 1 : 0,
+                         static_cast<int>(meas->node_type));
         for (const VARNMeasurementInfo* info : meas->measurements) {
-            fw::log_verbose(kTag,
-                            "RSSI = %d, RSSI_TIMESTAMP = %llu, RTT = %dps, RTT_TIMESTAMP = %llu",
-                            info->rssi, static_cast<unsigned long long>(info->rssi_timestamp),
-                            info->rtt_ps, static_cast<unsigned long long>(info->rtt_timestamp));
-            fw::log_verbose(kTag, "PREAMBLE = %d, BW = %d, MCS_IDX = %d, BIT_RATE = %d",
-                            info->tx_rate.preamble, info->tx_rate.bandwidth,
-                            info->tx_rate.mcs_index, static_cast<int>(info->tx_rate.bit_rate));
+            VARN_LOG_VERBOSE(kTag,
+                             "RSSI = %d, RSSI_TIMESTAMP = %llu, RTT = %dps, RTT_TIMESTAMP = %llu",
+                             info->rssi, static_cast<unsigned long long>(info->rssi_timestamp),
+                             info->rtt_ps, static_cast<unsigned long long>(info->rtt_timestamp));
+            VARN_LOG_VERBOSE(kTag, "PREAMBLE = %d, BW = %d, MCS_IDX = %d, BIT_RATE = %d",
+                             info->tx_rate.preamble, info->tx_rate.bandwidth,
+                             info->tx_rate.mcs_index, static_cast<int>(info->tx_rate.bit_rate));
         }
     }
 }
@@ -71,7 +71,7 @@ VARNClientListenerImpl::VARNClientListenerImpl(int stdev_multiplier)
     : stdev_multiplier_(stdev_multiplier) {}
 
 VARNClientListenerImpl::~VARNClientListenerImpl() {
-    fw::log_verbose(kTag, "~VARNClientListenerImpl");
+    VARN_LOG_VERBOSE(kTag, "~VARNClientListenerImpl");
 }
 
 namespace {
@@ -111,8 +111,8 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
             free(pointers);
             return;
         }
-        fw::log_verbose(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
-                        callbackAddress(handlers.on_rtt_results_v2));
+        VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
+                         callbackAddress(handlers.on_rtt_results_v2));
         handlers.on_rtt_results_v2(hal_id, count, pointers);
         FREE_RTT_RESULTS(results);
         free(pointers);
@@ -133,8 +133,8 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
             free(pointers);
             return;
         }
-        fw::log_verbose(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
-                        callbackAddress(handlers.on_rtt_results));
+        VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
+                         callbackAddress(handlers.on_rtt_results));
         handlers.on_rtt_results(hal_id, count, pointers);
         FREE_RTT_RESULTS(results);
         free(pointers);
@@ -154,12 +154,12 @@ void handleBgscanEvent(VARNScanEventResponse& rsp) {
     wifi_scan_result_handler handlers = {};
     getGscanEventHandler(hal_id, rsp.getRequestId(), &handlers);
     vel_loc_fw::vector<VARNScanMeasurement*>& measurements = rsp.getMeasurements();
-    fw::log_verbose(kTag, "@responseReceived(): clReqId(%d), numResults(%u)", hal_id,
-                    measurements.size());
+    VARN_LOG_VERBOSE(kTag, "@responseReceived(): clReqId(%d), numResults(%u)", hal_id,
+                     measurements.size());
 
     switch (rsp.getEventCode()) {
         case VARN_ON_SCAN_EVT:
-            fw::log_verbose(kTag, "@responseReceived(): calling VARN_ON_FULL_SCAN_RESULT_EVT cb");
+            VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling VARN_ON_FULL_SCAN_RESULT_EVT cb");
             if (handlers.on_scan_event == nullptr) {
                 fw::log_debug(kTag, "@responseReceived(): no scan event callback");
                 return;
@@ -225,7 +225,7 @@ void handleHotlistEvent(VARNScanEventResponse& rsp) {
                 handlers.on_hotlist_ap_lost(hal_id, count, results);
             }
             break;
-        default: fw::log_verbose(kTag, "@responseReceived(): not a hotlist event"); break;
+        default: VARN_LOG_VERBOSE(kTag, "@responseReceived(): not a hotlist event"); break;
     }
     free(results);
 }
@@ -275,7 +275,7 @@ void VARNClientListenerImpl::responseReceived(VARNResponse* rsp) {
         fw::log_error(kTag, "%s: invalid response: NULL pointer received ", "responseReceived");
         return;
     }
-    fw::log_verbose(kTag, "%s: varnReqid(%u)", "responseReceived", rsp->getRequestId());
+    VARN_LOG_VERBOSE(kTag, "%s: varnReqid(%u)", "responseReceived", rsp->getRequestId());
     switch (static_cast<int32_t>(rsp->getResponseType())) {
         case VARN_RSP_RANGING_SCAN:
             handleRangingResults(*this, *static_cast<VARNRangingScanResponse*>(rsp));
