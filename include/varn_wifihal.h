@@ -57,8 +57,10 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_destroy(void);
 // library's thread, with the results. Returns WIFI_SUCCESS once the service
 // accepted the request, WIFI_ERROR_UNINITIALIZED while the interface is down,
 // WIFI_ERROR_UNKNOWN for missing arguments, an invalid configuration or a
-// refusal. A refused or invalid request consumes no callback registration;
-// an invalid one consumes no request id either. Does not block.
+// refusal, WIFI_ERROR_OUT_OF_MEMORY when an accepted request cannot be
+// recorded (its results are then dropped). A refused or invalid request
+// registers no callbacks; an invalid one consumes no request id either.
+// Does not block.
 VEL_LOC_FW_EXPORT wifi_error varn_wifihal_rtt_range_request(wifi_request_id id,
                                                             wifi_interface_handle iface,
                                                             unsigned num_rtt_config,

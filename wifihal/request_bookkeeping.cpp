@@ -65,9 +65,10 @@ bool findRspHandler(const char* caller, uint32_t varnReqId, RspLookup style,
     for (const PassedNode& p : passed) {
         const char* type = VARNRequest::toString(p.req_type);
         if (style == RspLookup::kWithSize) {
-            vel_loc_fw::log_verbose(
-                    kWifiHalTag, "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) rspHandlersSz(%u)",
-                    caller, varnReqId, static_cast<int>(p.varn_req_id), type, size);
+            vel_loc_fw::log_verbose(kWifiHalTag,
+                                    "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) "
+                                    "rspHandlersSz(%u)",
+                                    caller, varnReqId, static_cast<int>(p.varn_req_id), type, size);
         } else {
             vel_loc_fw::log_verbose(kWifiHalTag,
                                     "%s: varnReqId(%u) storedVarnReqId(%d) reqType(%s) ", caller,

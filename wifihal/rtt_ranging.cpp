@@ -109,11 +109,13 @@ void printVarnRequest(uint32_t request_id, const vel_loc_fw::vector<VARNPeriodic
                   __func__, n.frequency, n.center_freq0, n.center_freq1,
                   varnRttTypeName(n.rtt_type), varnBandwidthName(n.bandwidth),
                   static_cast<unsigned>(n.packets_per_measurement));
-        log_debug(kWifiHalTag, "%s: periodic(%u), burstPeriod(%u) ms, numBursts(%u), numRetries(%u)",
-                  __func__, static_cast<unsigned>(n.periodic), n.burst_period_ms, n.num_bursts,
+        log_debug(kWifiHalTag,
+                  "%s: periodic(%u), burstPeriod(%u) ms, numBursts(%u), numRetries(%u)", __func__,
+                  static_cast<unsigned>(n.periodic), n.burst_period_ms, n.num_bursts,
                   static_cast<unsigned>(n.num_retries));
         log_debug(kWifiHalTag,
-                  "%s: LCI Req(0x%x) Civic(0x%x) Bursts Exp(%u) Burst Duration(%u) Burst Period(%u)",
+                  "%s: LCI Req(0x%x) Civic(0x%x) Bursts Exp(%u) Burst Duration(%u) "
+                  "Burst Period(%u)",
                   __func__, (n.ftm_params & VARNPeriodicNodeInfo::kFtmLciRequest) ? 1u : 0u,
                   (n.ftm_params & VARNPeriodicNodeInfo::kFtmLcrRequest) ? 1u : 0u,
                   (n.ftm_params >> kFtmBurstExpShift) & 0xfu,

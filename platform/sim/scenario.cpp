@@ -133,11 +133,10 @@ Scenario Scenario::defaultScenario() {
     AccessPoint legacy = makeAp("02:5a:00:00:00:03", "VarnLab-2G", 2437, 2437, VARN_BW_20MHZ, 12.0);
     legacy.two_sided = false;  // answers one-sided ranging only
     s.access_points.push_back(legacy);
-    AccessPoint lobby = makeAp("02:5a:00:00:00:04", "VarnLab-Lobby", 5745, 5775, VARN_BW_80MHZ, 20.0);
-    lobby.appear_cycle = 2;  // switched on after the first scans
-    s.access_points.push_back(lobby);
+    s.access_points.push_back(
+            makeAp("02:5a:00:00:00:04", "VarnLab-Lobby", 5745, 5775, VARN_BW_80MHZ, 20.0));
     AccessPoint cafe = makeAp("02:5a:00:00:00:05", "VarnLab-Cafe", 2462, 2462, VARN_BW_20MHZ, 4.5);
-    cafe.rssi_step_db = -4.0;  // walking away: weaker by 4 dB each scan
+    cafe.rssi_step_db = -4.0;  // walking away: weaker by 4 dB each scan cycle, gone at 8
     cafe.disappear_cycle = 8;
     s.access_points.push_back(cafe);
     // Far beyond the receiver's sensitivity: never answers.

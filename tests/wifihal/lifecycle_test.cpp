@@ -25,7 +25,8 @@ TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
     EXPECT_EQ(0u, req_id);
     EXPECT_EQ(7, g_weighted_mean);
     EXPECT_EQ(9u, g_discard_bw_mis_match);
-    EXPECT_TRUE(capture_.contains("[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"))
+    EXPECT_TRUE(capture_.contains(
+            "[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"))
             << capture_.dump();
     EXPECT_EQ(3, effectiveGlobalLogLevel(capture_));
     EXPECT_EQ(1u, sim().liveClients());

@@ -89,8 +89,9 @@ struct Scenario {
     std::vector<AccessPoint> access_points;
 
     // Handful of APs at known distances: mixed 20/40/80 MHz, one with LCI and
-    // LCR, one one-sided only, one out of reach, one appearing and one
-    // fading away over the scan cycles.
+    // LCR, one one-sided only, one out of reach, and one that fades by 4 dB
+    // per scan cycle and vanishes at cycle 8 (all others stay put, so that
+    // ranging at cycle 0 reaches every AP but the out-of-reach one).
     static Scenario defaultScenario();
 
     // Parses the text format above. Returns 0, or the number of the first bad
