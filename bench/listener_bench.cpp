@@ -10,7 +10,10 @@
 //               library's own work (filtering, formatting, locking);
 //   liblog      the host liblog, which writes every line to stderr (run with
 //               2>/dev/null to keep the terminal quiet).
-// At exit the ratios to the floor are printed.
+// At exit the ratios to the floor are printed. Verbose lines cost nothing when
+// filtered out (checked without the log lock); the per-frame debug line of
+// the mean still takes the log lock once per frame, since the framework offers
+// no debug-level query to skip it without changing what is written.
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <varn_client/VARNClient.h>
