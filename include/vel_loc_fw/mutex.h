@@ -46,6 +46,9 @@ class MutexImpl : public Mutex {
     MutexImpl& operator=(const MutexImpl&) = delete;
 
   private:
+    // Waits on its condition variable with this mutex.
+    friend class WaitableBase;
+
     const char* name_;
     bool verbose_;
     pthread_mutex_t mutex_;
