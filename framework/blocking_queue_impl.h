@@ -32,7 +32,9 @@ class BlockingQueueImpl : public BlockingQueue, public WaitableBase {
     Node* tail_ = nullptr;
     const char* name_;
     bool closed_ = false;
-    bool verbose_;
+    // The verbose lines come from the waitable part; kept beside the name as
+    // part of the queue's settings.
+    [[maybe_unused]] bool verbose_;
 };
 
 }  // namespace vel_loc_fw
