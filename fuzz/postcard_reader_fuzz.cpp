@@ -6,7 +6,6 @@
 #include <string.h>
 
 #include <memory>
-#include <vector>
 
 #include <vel_loc_fw/memory_stream.h>
 #include <vel_loc_fw/postcard.h>
@@ -42,15 +41,16 @@ void read_array(InPostcard* card, const char* name,
     if ((card->*get)(name, &count, nullptr) != 0 || count <= 0) return;
     // Too little room must be refused without writing.
     if (count > 1) {
-        std::vector<T> small(1);
+        T small[1] = {};
         int room = 1;
-        (card->*get)(name, &room, small.data());
+        (card->*get)(name, &room, small);
     }
     if (count > (1 << 20)) return;
-    std::vector<T> values(static_cast<size_t>(count));
+    // Not std::vector: vector<bool> has no element array to fill.
+    std::unique_ptr<T[]> values(new T[static_cast<size_t>(count)]);
     int room = count;
-    if ((card->*get)(name, &room, values.data()) == 0) {
-        for (const T& value : values) consume(value);
+    if ((card->*get)(name, &room, values.get()) == 0) {
+        for (int i = 0; i < room; ++i) consume(values[i]);
     }
 }
 
