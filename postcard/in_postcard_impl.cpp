@@ -154,6 +154,54 @@ int InPostcardImpl::skipValueByType(unsigned short type) {
     return result;
 }
 
+namespace {
+
+// Bytes taken by a value of `type` that starts at `value`, with `room` bytes
+// left in the buffer, or 0 when the value cannot be skipped plainly (refused
+// type, missing or zero length word); skipValueByType() reports those.
+uint64_t plain_value_width(unsigned short type, const uint8_t* value, uint64_t room) {
+    switch (type) {
+        case FIELD_TYPE_INT64:
+        case FIELD_TYPE_UINT64:
+        case FIELD_TYPE_DOUBLE:
+            return 8;
+        case FIELD_TYPE_INT32:
+        case FIELD_TYPE_UINT32:
+        case FIELD_TYPE_FLOAT:
+            return 4;
+        case FIELD_TYPE_INT16:
+        case FIELD_TYPE_UINT16:
+            return 2;
+        case FIELD_TYPE_INT8:
+        case FIELD_TYPE_UINT8:
+        case FIELD_TYPE_BOOL:
+            return 1;
+        case FIELD_TYPE_CARD:
+        case FIELD_TYPE_STRING:
+        case FIELD_TYPE_BLOB:
+        case FIELD_TYPE_ARRAY_INT64:
+        case FIELD_TYPE_ARRAY_UINT64:
+        case FIELD_TYPE_ARRAY_INT32:
+        case FIELD_TYPE_ARRAY_UINT32:
+        case FIELD_TYPE_ARRAY_INT16:
+        case FIELD_TYPE_ARRAY_UINT16:
+        case FIELD_TYPE_ARRAY_INT8:
+        case FIELD_TYPE_ARRAY_UINT8:
+        case FIELD_TYPE_ARRAY_BOOL:
+        case FIELD_TYPE_ARRAY_DOUBLE:
+        case FIELD_TYPE_ARRAY_FLOAT: {
+            uint32_t length = 0;
+            if (room < sizeof(length)) return 0;
+            memcpy(&length, value, sizeof(length));
+            return length == 0 ? 0 : sizeof(length) + static_cast<uint64_t>(length);
+        }
+        default:
+            return 0;
+    }
+}
+
+}  // namespace
+
 int InPostcardImpl::findField(unsigned short type, const char* name, int index) {
     int result = 0;
     int field_no = 0;
@@ -172,6 +220,41 @@ int InPostcardImpl::findField(unsigned short type, const char* name, int index) 
     // buffer are stopped by extract().
     const uint64_t end = static_cast<uint64_t>(body_length) + sizeof(body_length);
     int matches = 0;
+    if (result == 0) {
+        // Fast walk straight over the buffer while records are wholly inside
+        // it. The first record that is not is handed, from its start, to the
+        // stream-based walk below, which reports what is wrong with it.
+        const uint8_t* bytes = static_cast<const uint8_t*>(stream_->getBuffer());
+        const uint64_t size = stream_->getEndCursor();
+        uint64_t pos = sizeof(body_length);
+        while (pos < end) {
+            if (end - pos == 1) {
+                stream_->setGetCursor(pos);
+                return -1;  // only the end byte is left
+            }
+            if (size - pos < 2 * sizeof(uint16_t)) break;
+            uint16_t field_type = 0;
+            uint16_t stored_length = 0;
+            memcpy(&field_type, bytes + pos, sizeof(field_type));
+            memcpy(&stored_length, bytes + pos + sizeof(field_type), sizeof(stored_length));
+            const uint64_t name_pos = pos + 2 * sizeof(uint16_t);
+            if (stored_length == 0 || size - name_pos < stored_length) break;
+            const uint64_t value_pos = name_pos + stored_length;
+            const bool match = field_type == type && stored_length == name_length + 1 &&
+                               memcmp(bytes + name_pos, name, name_length) == 0;
+            if (match && matches == index) {
+                stream_->setGetCursor(value_pos);
+                return 0;
+            }
+            const uint64_t width = plain_value_width(field_type, bytes + value_pos,
+                                                     size - value_pos);
+            if (width == 0 || width > size - value_pos) break;
+            if (match) ++matches;
+            pos = value_pos + width;
+            ++field_no;
+        }
+        stream_->setGetCursor(pos);
+    }
     while (result == 0) {
         const uint64_t pos = stream_->getGetCursor();
         if (pos >= end) {

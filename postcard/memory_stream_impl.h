@@ -39,6 +39,14 @@ class OutMemoryStreamImpl final : public OutMemoryStream {
     // kept).
     int expand(size_t length);
     size_t getCapacity() const { return capacity_; }
+    // Where `length` more bytes can be written when the buffer has room for
+    // them under expand()'s strict test (so no append of those bytes, in one
+    // piece or several, would grow it); null otherwise. Pair with commit().
+    uint8_t* tryReserve(size_t length) {
+        return capacity_ - size_ > length ? buffer_ + size_ : nullptr;
+    }
+    // Counts `length` bytes written at tryReserve()'s pointer.
+    void commit(size_t length) { size_ += length; }
     // Gives up the buffer without freeing it, leaving the stream empty; the
     // caller now owns the returned bytes (allocated with new[]).
     uint8_t* releaseBuffer();

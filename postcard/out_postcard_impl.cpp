@@ -73,9 +73,35 @@ int OutPostcardImpl::checkAdd(const char* name, size_t* name_length) const {
     if (state_ != 1) return 2;
     if (name == nullptr) return 3;
     if (name[0] == '\0') return 4;
-    *name_length = strnlen(name, kMaxNameLength + 1);
-    if (*name_length > kMaxNameLength) return 5;
+    // Names are short: a plain loop beats a library call here.
+    size_t length = 1;
+    while (length <= kMaxNameLength && name[length] != '\0') ++length;
+    if (length > kMaxNameLength) return 5;
+    *name_length = length;
     return 0;
+}
+
+bool OutPostcardImpl::writeRecord(unsigned short type, const char* name, size_t name_length,
+                                  const uint32_t* length_word, const void* value,
+                                  size_t value_length) {
+    // An empty value must reach the stream's refusal of empty appends.
+    if (value_length == 0) return false;
+    const size_t header_length = 2 * sizeof(uint16_t) + name_length + 1;
+    const size_t word_length = length_word != nullptr ? sizeof(*length_word) : 0;
+    const size_t total = header_length + word_length + value_length;
+    uint8_t* at = stream_->tryReserve(total);
+    if (at == nullptr) return false;
+    const uint16_t head[2] = {type, static_cast<uint16_t>(name_length + 1)};
+    memcpy(at, head, sizeof(head));
+    memcpy(at + sizeof(head), name, name_length + 1);
+    at += header_length;
+    if (length_word != nullptr) {
+        memcpy(at, length_word, sizeof(*length_word));
+        at += sizeof(*length_word);
+    }
+    memcpy(at, value, value_length);
+    stream_->commit(total);
+    return true;
 }
 
 int OutPostcardImpl::appendHeader(unsigned short type, const char* name, size_t name_length) {
@@ -90,7 +116,8 @@ template <typename Node>
 int OutPostcardImpl::add(const char* name, const Node& node) {
     size_t name_length = 0;
     int result = checkAdd(name, &name_length);
-    if (result == 0) {
+    if (result == 0 && !writeRecord(Node::field_type, name, name_length, nullptr, &node.value,
+                                    sizeof(node.value))) {
         const int failed_piece = appendHeader(Node::field_type, name, name_length);
         if (failed_piece != 0) {
             result = 5 + failed_piece;
@@ -107,8 +134,9 @@ int OutPostcardImpl::addBlobWithType(const char* name, eFieldType type, const vo
     size_t name_length = 0;
     int result = checkAdd(name, &name_length);
     if (result == 0 && data == nullptr) result = 6;
-    if (result == 0) {
-        const uint32_t length_word = static_cast<uint32_t>(length);
+    const uint32_t length_word = static_cast<uint32_t>(length);
+    if (result == 0 && !writeRecord(type, name, name_length,
+                                    writeLength ? &length_word : nullptr, data, length)) {
         const int failed_piece = appendHeader(type, name, name_length);
         if (failed_piece != 0) {
             result = 7 + failed_piece;
@@ -129,9 +157,10 @@ int OutPostcardImpl::addArray(const char* name, eFieldType type, int count, cons
     int result = checkAdd(name, &name_length);
     if (result == 0 && values == nullptr) result = 6;
     if (result == 0 && count < 1) result = 7;
-    if (result == 0) {
-        const size_t byte_length = static_cast<size_t>(count) * sizeof(T);
-        const uint32_t length_word = static_cast<uint32_t>(byte_length);
+    const size_t byte_length = result == 0 ? static_cast<size_t>(count) * sizeof(T) : 0;
+    const uint32_t length_word = static_cast<uint32_t>(byte_length);
+    if (result == 0 &&
+        !writeRecord(type, name, name_length, &length_word, values, byte_length)) {
         const int failed_piece = appendHeader(type, name, name_length);
         if (failed_piece != 0) {
             result = 7 + failed_piece;

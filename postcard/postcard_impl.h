@@ -76,6 +76,12 @@ class OutPostcardImpl final : public OutPostcard {
     // Appends type, name length and name; returns 0 or 1, 2, 3 for the piece
     // that failed.
     int appendHeader(unsigned short type, const char* name, size_t name_length);
+    // Writes a whole record (header, optional length word, value) in one go
+    // when the buffer already has room for all of it, which is when appending
+    // it piece by piece could not fail either. Returns false, writing nothing,
+    // when the record must go through the piece-by-piece path.
+    bool writeRecord(unsigned short type, const char* name, size_t name_length,
+                     const uint32_t* length_word, const void* value, size_t value_length);
 
     uint32_t state_ = 0;
     // Created by init(), so its class is always known: appends go straight to
