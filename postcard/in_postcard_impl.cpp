@@ -156,48 +156,30 @@ int InPostcardImpl::skipValueByType(unsigned short type) {
 
 namespace {
 
+// How a value of each type code is laid out: its width for simple values,
+// kLengthPrefixed for a length word and that many bytes, 0 for codes that are
+// refused.
+constexpr uint8_t kLengthPrefixed = 0xFF;
+constexpr uint8_t kValueLayout[] = {
+        0, kLengthPrefixed, 0, 0, 0, 0, 0, 0, 0, 0,                        // 0-9
+        8, 8, 4, 4, 2, 2, 1, 1, 1, kLengthPrefixed,                          // 10-19
+        kLengthPrefixed, 8, 4, 0, 0, 0, 0, 0, 0, 0,                          // 20-29
+        kLengthPrefixed, kLengthPrefixed, kLengthPrefixed, kLengthPrefixed,  // 30-33
+        kLengthPrefixed, kLengthPrefixed, kLengthPrefixed, kLengthPrefixed,  // 34-37
+        kLengthPrefixed, kLengthPrefixed, kLengthPrefixed,                   // 38-40
+};
+
 // Bytes taken by a value of `type` that starts at `value`, with `room` bytes
 // left in the buffer, or 0 when the value cannot be skipped plainly (refused
 // type, missing or zero length word); skipValueByType() reports those.
 uint64_t plain_value_width(unsigned short type, const uint8_t* value, uint64_t room) {
-    switch (type) {
-        case FIELD_TYPE_INT64:
-        case FIELD_TYPE_UINT64:
-        case FIELD_TYPE_DOUBLE:
-            return 8;
-        case FIELD_TYPE_INT32:
-        case FIELD_TYPE_UINT32:
-        case FIELD_TYPE_FLOAT:
-            return 4;
-        case FIELD_TYPE_INT16:
-        case FIELD_TYPE_UINT16:
-            return 2;
-        case FIELD_TYPE_INT8:
-        case FIELD_TYPE_UINT8:
-        case FIELD_TYPE_BOOL:
-            return 1;
-        case FIELD_TYPE_CARD:
-        case FIELD_TYPE_STRING:
-        case FIELD_TYPE_BLOB:
-        case FIELD_TYPE_ARRAY_INT64:
-        case FIELD_TYPE_ARRAY_UINT64:
-        case FIELD_TYPE_ARRAY_INT32:
-        case FIELD_TYPE_ARRAY_UINT32:
-        case FIELD_TYPE_ARRAY_INT16:
-        case FIELD_TYPE_ARRAY_UINT16:
-        case FIELD_TYPE_ARRAY_INT8:
-        case FIELD_TYPE_ARRAY_UINT8:
-        case FIELD_TYPE_ARRAY_BOOL:
-        case FIELD_TYPE_ARRAY_DOUBLE:
-        case FIELD_TYPE_ARRAY_FLOAT: {
-            uint32_t length = 0;
-            if (room < sizeof(length)) return 0;
-            memcpy(&length, value, sizeof(length));
-            return length == 0 ? 0 : sizeof(length) + static_cast<uint64_t>(length);
-        }
-        default:
-            return 0;
-    }
+    if (type >= sizeof(kValueLayout)) return 0;
+    const uint8_t layout = kValueLayout[type];
+    if (layout != kLengthPrefixed) return layout;
+    uint32_t length = 0;
+    if (room < sizeof(length)) return 0;
+    memcpy(&length, value, sizeof(length));
+    return length == 0 ? 0 : sizeof(length) + static_cast<uint64_t>(length);
 }
 
 }  // namespace
