@@ -108,45 +108,27 @@ TEST(PostcardRoundTripTest, EveryType) {
     std::unique_ptr<InPostcard> in = reader_of(out.get());
     ASSERT_NE(nullptr, in);
 
-    double d = 0;
-    float f = 0;
-    long long i64 = 0;
-    unsigned long long u64 = 0;
-    int i32 = 0;
-    unsigned int u32 = 0;
-    short i16 = 0;
-    unsigned short u16 = 0;
-    char i8 = 0;
-    unsigned char u8 = 0;
-    bool b = false;
-    void* p = nullptr;
+    auto expect_value = [&](auto getter, const char* name, auto expected) {
+        decltype(expected) value{};
+        EXPECT_EQ(0, ((*in).*getter)(name, value)) << name;
+        EXPECT_EQ(expected, value) << name;
+    };
+    expect_value(&InPostcard::getDouble, "d", 3.25);
+    expect_value(&InPostcard::getFloat, "f", -1.5f);
+    expect_value(&InPostcard::getInt64, "i64", -(1LL << 50));
+    expect_value(&InPostcard::getUInt64, "u64", ~0ULL);
+    expect_value(&InPostcard::getInt32, "i32", -123456);
+    expect_value(&InPostcard::getUInt32, "u32", 4000000000U);
+    expect_value(&InPostcard::getInt16, "i16", static_cast<short>(-12345));
+    expect_value(&InPostcard::getUInt16, "u16", static_cast<unsigned short>(54321));
+    expect_value(&InPostcard::getInt8, "i8", 'q');
+    expect_value(&InPostcard::getUInt8, "u8", static_cast<unsigned char>(250));
+    expect_value(&InPostcard::getBool, "b", true);
+    expect_value(&InPostcard::getPtr, "p", static_cast<void*>(&marker));
+    // Pointers are plain 64-bit integers.
+    expect_value(&InPostcard::getInt64, "p",
+                 static_cast<long long>(reinterpret_cast<intptr_t>(&marker)));
     const char* s = nullptr;
-    EXPECT_EQ(0, in->getDouble("d", d));
-    EXPECT_EQ(3.25, d);
-    EXPECT_EQ(0, in->getFloat("f", f));
-    EXPECT_EQ(-1.5f, f);
-    EXPECT_EQ(0, in->getInt64("i64", i64));
-    EXPECT_EQ(-(1LL << 50), i64);
-    EXPECT_EQ(0, in->getUInt64("u64", u64));
-    EXPECT_EQ(~0ULL, u64);
-    EXPECT_EQ(0, in->getInt32("i32", i32));
-    EXPECT_EQ(-123456, i32);
-    EXPECT_EQ(0, in->getUInt32("u32", u32));
-    EXPECT_EQ(4000000000U, u32);
-    EXPECT_EQ(0, in->getInt16("i16", i16));
-    EXPECT_EQ(-12345, i16);
-    EXPECT_EQ(0, in->getUInt16("u16", u16));
-    EXPECT_EQ(54321, u16);
-    EXPECT_EQ(0, in->getInt8("i8", i8));
-    EXPECT_EQ('q', i8);
-    EXPECT_EQ(0, in->getUInt8("u8", u8));
-    EXPECT_EQ(250, u8);
-    EXPECT_EQ(0, in->getBool("b", b));
-    EXPECT_TRUE(b);
-    EXPECT_EQ(0, in->getPtr("p", p));
-    EXPECT_EQ(&marker, p);
-    EXPECT_EQ(0, in->getInt64("p", i64));  // pointers are plain 64-bit integers
-    EXPECT_EQ(reinterpret_cast<intptr_t>(&marker), i64);
     EXPECT_EQ(0, in->getString("s", &s));
     EXPECT_STREQ("text", s);
     const char* dup = nullptr;
