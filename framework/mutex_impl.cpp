@@ -70,29 +70,14 @@ int MutexImpl::unlock() {
     return 0;
 }
 
-AutoLock::AutoLock(Mutex* mutex, const char* name)
-    : mutex_(mutex), name_(name != nullptr ? name : "AutoLock"), locked_(false) {
-    if (mutex_ == nullptr) {
-        log_error_no_lock(name_, "AutoLock: lock error: %d", 2);
-    } else if (mutex_->lock() == 0) {
-        locked_ = true;
-    } else {
-        log_error_no_lock(name_, "AutoLock: lock error: %d", 3);
-    }
+// Lock failed, or there was no mutex to lock.
+void AutoLock::reportLockFailure() const {
+    log_error_no_lock(name_, "AutoLock: lock error: %d", mutex_ == nullptr ? 2 : 3);
 }
 
-AutoLock::~AutoLock() {
-    if (mutex_ == nullptr) {
-        log_error_no_lock(name_, "AutoLock: unlock error: %d", 2);
-    } else if (locked_) {
-        if (mutex_->unlock() == 0) {
-            locked_ = false;
-        } else {
-            log_error_no_lock(name_, "AutoLock: unlock error: %d", 3);
-        }
-    }
+// Unlock failed, or there was no mutex to unlock.
+void AutoLock::reportUnlockFailure() const {
+    log_error_no_lock(name_, "AutoLock: unlock error: %d", mutex_ == nullptr ? 2 : 3);
 }
-
-int AutoLock::ZeroIfLocked() const { return locked_ ? 0 : 1; }
 
 }  // namespace vel_loc_fw

@@ -58,16 +58,34 @@ class MutexImpl : public Mutex {
 // of its error messages, "AutoLock" when null) is borrowed.
 class VEL_LOC_FW_EXPORT AutoLock {
   public:
-    AutoLock(Mutex* mutex, const char* name);
-    ~AutoLock();
+    // Inline: every log call takes a scoped lock, so the common path must
+    // cost no more than the lock itself.
+    AutoLock(Mutex* mutex, const char* name)
+        : mutex_(mutex), name_(name != nullptr ? name : "AutoLock"), locked_(false) {
+        if (mutex_ != nullptr && mutex_->lock() == 0) {
+            locked_ = true;
+        } else {
+            reportLockFailure();
+        }
+    }
+    ~AutoLock() {
+        if (mutex_ != nullptr && locked_ && mutex_->unlock() == 0) {
+            locked_ = false;
+        } else if (mutex_ == nullptr || locked_) {
+            reportUnlockFailure();
+        }
+    }
 
     // 0 when the lock is held, 1 otherwise. Test it right after construction.
-    int ZeroIfLocked() const;
+    int ZeroIfLocked() const { return locked_ ? 0 : 1; }
 
     AutoLock(const AutoLock&) = delete;
     AutoLock& operator=(const AutoLock&) = delete;
 
   private:
+    void reportLockFailure() const;
+    void reportUnlockFailure() const;
+
     Mutex* mutex_;
     const char* name_;
     bool locked_;

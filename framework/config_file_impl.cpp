@@ -1,0 +1,368 @@
+// Reader of `name = value` configuration files.
+#include "framework/config_file_impl.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <new>
+
+#include <vel_loc_fw/log_util.h>
+
+namespace vel_loc_fw {
+namespace {
+
+constexpr const char kTag[] = "ConfigFile";
+constexpr int kNotFound = 1000;
+
+bool is_blank(char c) { return c == ' ' || (c >= 9 && c <= 13); }
+bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+const char* skip_blanks(const char* p, const char* end) {
+    while (p < end && is_blank(*p)) ++p;
+    return p;
+}
+
+}  // namespace
+
+ConfigFile::~ConfigFile() = default;
+
+ConfigFile* ConfigFile::createInstance(const char* path, size_t maxLineLength, bool verbose) {
+    return new (std::nothrow) ConfigFileImpl(path, maxLineLength, verbose);
+}
+
+ConfigFileImpl::ConfigFileImpl(const char* path, size_t maxLineLength, bool verbose) {
+    int line_number = 0;
+    const int result = load(path, maxLineLength, verbose, &line_number);
+    if (result == 0) {
+        loaded_ = true;
+    } else {
+        const int error = errno;
+        log_error(kTag,
+                  "ConfigFileImpl: cannot load config file result [%d] [%s], error [%d][%s], "
+                  "line[%d]",
+                  result, path != nullptr ? path : "(null)", error, strerror(error), line_number);
+    }
+}
+
+ConfigFileImpl::~ConfigFileImpl() = default;
+
+int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose,
+                         int* line_number) {
+    if (path == nullptr) return 2;
+    FILE* file = fopen(path, "r");
+    if (file == nullptr) return 3;
+
+    int result = 0;
+    char* line = new (std::nothrow) char[max_line_length + 1];
+    char* trace = nullptr;
+    if (line == nullptr) {
+        result = 4;
+    } else if (verbose && (trace = new (std::nothrow) char[max_line_length + 1]) == nullptr) {
+        result = 5;
+    }
+
+    while (result == 0) {
+        if (fgets(line, static_cast<int>(max_line_length + 1), file) == nullptr) {
+            result = ferror(file) ? 10 : 0;
+            break;
+        }
+        ++*line_number;
+        const size_t length = strlen(line);
+        if (length >= max_line_length) {
+            result = 101;
+            break;
+        }
+        const char* begin = line;
+        const char* end = line + length;
+        trim(&begin, &end);
+        if (verbose) {
+            substring(trace, max_line_length + 1, begin, end);
+            log_debug(kTag, "line trimed [%s]", trace);
+        }
+        if (begin == end) {
+            if (verbose) log_verbose(kTag, "Line[%d], skip empty line", *line_number);
+            continue;
+        }
+        if (*begin == '#') {
+            if (verbose) log_verbose(kTag, "Line[%d], skip comment line", *line_number);
+            continue;
+        }
+        // Terminate the content in place; the line buffer is ours.
+        line[end - line] = '\0';
+        result = parseLine(const_cast<char*>(begin), *line_number, verbose);
+    }
+
+    delete[] line;
+    delete[] trace;
+    fclose(file);
+    return result;
+}
+
+int ConfigFileImpl::parseLine(char* content, int /*line_number*/, bool verbose) {
+    const char* end = content + strlen(content);
+    const char* name_end = find_name(content, end);
+    if (name_end == nullptr) return 110;
+    const char* after_equal = find_equal(name_end, end);
+    if (after_equal == nullptr) return 111;
+    const char* value_begin = nullptr;
+    const char* value_end = nullptr;
+    if (!find_value(after_equal, end, &value_begin, &value_end)) return 112;
+
+    char* name = subStringDup(content, name_end);
+    char* value = name != nullptr ? subStringDup(value_begin, value_end) : nullptr;
+    Pair* pair = value != nullptr ? new (std::nothrow) Pair{nullptr, name, value} : nullptr;
+    if (pair == nullptr) {
+        log_error(kTag, "subStringDup failed %d", 4);
+        const int result = name == nullptr ? 114 : 115;
+        delete[] name;
+        delete[] value;
+        return result;
+    }
+    if (verbose) {
+        log_verbose(kTag, "name [%s]", name);
+        log_verbose(kTag, "value [%s]", value);
+    }
+    pairs_.push_front(pair);
+    return 0;
+}
+
+void ConfigFileImpl::trim(const char** begin, const char** end) {
+    const char* b = *begin;
+    const char* e = *end;
+    while (b < e && is_blank(*b)) ++b;
+    while (e > b && is_blank(e[-1])) --e;
+    *begin = b;
+    *end = e;
+}
+
+void ConfigFileImpl::substring(char* dest, size_t size, const char* begin, const char* end) {
+    if (size == 0) return;
+    size_t n = static_cast<size_t>(end - begin);
+    if (n >= size) n = size - 1;
+    memcpy(dest, begin, n);
+    dest[n] = '\0';
+}
+
+char* ConfigFileImpl::subStringDup(const char* begin, const char* end) {
+    const size_t n = static_cast<size_t>(end - begin);
+    char* copy = new (std::nothrow) char[n + 1];
+    if (copy != nullptr) substring(copy, n + 1, begin, end);
+    return copy;
+}
+
+const char* ConfigFileImpl::find_name(const char* begin, const char* end) {
+    if (begin >= end || !is_letter(*begin)) return nullptr;
+    const char* p = begin + 1;
+    while (p < end && (is_letter(*p) || is_digit(*p) || *p == '_' || *p == '-')) ++p;
+    return p;
+}
+
+const char* ConfigFileImpl::find_equal(const char* begin, const char* end) {
+    const char* p = skip_blanks(begin, end);
+    if (p >= end || *p != '=') return nullptr;
+    return p + 1;
+}
+
+bool ConfigFileImpl::find_value(const char* begin, const char* end, const char** value_begin,
+                                const char** value_end) {
+    const char* b = skip_blanks(begin, end);
+    const char* e = end;
+    if (b >= e) return false;
+    if (*b == '"') {
+        if (e - b < 2 || e[-1] != '"') return false;
+        ++b;
+        --e;
+    }
+    *value_begin = b;
+    *value_end = e;
+    return true;
+}
+
+const ConfigFileImpl::Pair* ConfigFileImpl::find(const char* name) const {
+    return pairs_.find([name](const Pair& p) { return strcmp(p.name, name) == 0; });
+}
+
+bool ConfigFileImpl::isLoaded() const { return loaded_; }
+
+int ConfigFileImpl::getString(const char* name, const char** value) {
+    int result = 0;
+    if (!loaded_) {
+        result = 2;
+    } else if (name == nullptr) {
+        result = 3;
+    } else if (value == nullptr) {
+        result = 4;
+    }
+    if (result != 0) {
+        if (name != nullptr) {
+            log_error(kTag, "getString failed [%s] %d", name, result);
+        } else {
+            log_error(kTag, "getString failed %d", result);
+        }
+        return result;
+    }
+    *value = nullptr;
+    const Pair* pair = find(name);
+    if (pair == nullptr) return kNotFound;
+    *value = pair->value;
+    return 0;
+}
+
+int ConfigFileImpl::getStringDup(const char* name, const char** value, const char* defaultValue) {
+    const char* source = nullptr;
+    if (loaded_) {
+        if (name == nullptr) {
+            log_error(kTag, "getStringDup failed %d", 3);
+            return 3;
+        }
+        if (value == nullptr) {
+            log_error(kTag, "getStringDup failed [%s] %d", name, 4);
+            return 4;
+        }
+        *value = nullptr;
+        if (const Pair* pair = find(name)) {
+            char* copy = subStringDup(pair->value, pair->value + strlen(pair->value));
+            if (copy == nullptr) {
+                log_error(kTag, "getStringDup failed [%s] %d", name, 101);
+                return 101;
+            }
+            *value = copy;
+            return 0;
+        }
+    }
+    if (defaultValue == nullptr) return kNotFound;
+    if (value == nullptr) {
+        // Not loaded: the output was never checked above.
+        log_error(kTag, "getStringDup failed %d", 4);
+        return 4;
+    }
+    source = defaultValue;
+    char* copy = subStringDup(source, source + strlen(source));
+    if (copy == nullptr) {
+        if (name != nullptr) {
+            log_error(kTag, "getStringDup failed [%s] %d", name, 111);
+        } else {
+            log_error(kTag, "getStringDup failed %d", 111);
+        }
+        return 111;
+    }
+    *value = copy;
+    return 0;
+}
+
+int ConfigFileImpl::getInt32(const char* name, int& value) {
+    if (!loaded_) {
+        log_debug(kTag, "getInt32 m_loaded is false");
+        return kNotFound;
+    }
+    if (name == nullptr) {
+        log_error(kTag, "getInt32 failed %d", 3);
+        return 3;
+    }
+    const Pair* pair = find(name);
+    if (pair == nullptr) return kNotFound;
+
+    int result = 0;
+    const char* text = pair->value;
+    char* rest = nullptr;
+    errno = 0;
+    const long number = strtol(text, &rest, 0);
+    const int error = errno;
+    if (*text == '\0') {
+        result = 101;
+    } else if (number == LONG_MAX || number == LONG_MIN) {
+        result = 102;
+    } else if (error != 0) {
+        log_error(kTag, "conversion error [%d] [%s]", error, strerror(error));
+        result = 103;
+    } else if (*rest != '\0') {
+        result = 104;
+    } else if (number > INT32_MAX || number < INT32_MIN) {
+        result = 105;
+    }
+    if (result != 0) {
+        log_error(kTag, "getInt32 failed [%s] %d", name, result);
+        return result;
+    }
+    value = static_cast<int>(number);
+    return 0;
+}
+
+int ConfigFileImpl::getInt32Default(const char* name, int& value, const int& defaultValue) {
+    const int result = getInt32(name, value);
+    if (result != kNotFound) return result;
+    value = defaultValue;
+    return 0;
+}
+
+int ConfigFileImpl::get_PZ_Int32Default(const char* name, int& value, const int& defaultValue) {
+    const int result = getInt32(name, value);
+    if (result == kNotFound) {
+        value = defaultValue;
+        return 0;
+    }
+    // Tests the value even after a failed conversion, when it still holds the
+    // caller's previous content.
+    if (value >= 0) return result;
+    value = defaultValue;
+    return 1;
+}
+
+int ConfigFileImpl::get_PNZ_Int32Default(const char* name, int& value, const int& defaultValue) {
+    const int result = getInt32(name, value);
+    if (result == kNotFound) {
+        value = defaultValue;
+        return 0;
+    }
+    if (value > 0) return result;
+    value = defaultValue;
+    return 1;
+}
+
+int ConfigFileImpl::getDouble(const char* name, double& value) {
+    if (!loaded_) {
+        log_debug(kTag, "getDouble m_loaded is false");
+        return kNotFound;
+    }
+    if (name == nullptr) {
+        log_error(kTag, "getDouble failed %d", 3);
+        return 3;
+    }
+    const Pair* pair = find(name);
+    if (pair == nullptr) return kNotFound;
+
+    int result = 0;
+    const char* text = pair->value;
+    char* rest = nullptr;
+    errno = 0;
+    const double number = strtod(text, &rest);
+    const int error = errno;
+    if (*text == '\0') {
+        result = 101;
+    } else if (error != 0) {
+        log_error(kTag, "conversion error [%d] [%s]", error, strerror(error));
+        result = 102;
+    } else if (*rest != '\0') {
+        result = 103;
+    }
+    if (result != 0) {
+        log_error(kTag, "getDouble failed [%s] %d", name, result);
+        return result;
+    }
+    value = number;
+    return 0;
+}
+
+int ConfigFileImpl::getDoubleDefault(const char* name, double& value, const double& defaultValue) {
+    const int result = getDouble(name, value);
+    if (result != kNotFound) return result;
+    value = defaultValue;
+    return 0;
+}
+
+}  // namespace vel_loc_fw
