@@ -53,31 +53,34 @@ int Timestamp::insert_into_postcard(OutPostcard* out, const char* name) const {
 }
 
 Timestamp Timestamp::retrieve_from_postcard(InPostcard* in, const char* name) {
-    int result = 0;
+    // Filled field by field: when a later field is missing the result stays
+    // invalid but keeps the clock id already read.
+    Timestamp result(false);
+    int result_code = 0;
     InPostcard* card = nullptr;
-    int clock_id = -1;
     int seconds = 0;
     int nanoseconds = 0;
     if (name == nullptr) {
-        result = 2;
+        result_code = 2;
     } else if (in == nullptr) {
-        result = 3;
-    } else if (in->getCard(name, &card, 0) != 0 || card->getInt32(kClockIdField, clock_id) != 0) {
-        result = 10;
+        result_code = 3;
+    } else if (in->getCard(name, &card, 0) != 0 ||
+               card->getInt32(kClockIdField, result.clock_id_) != 0) {
+        result_code = 10;
     } else if (card->getInt32(kSecondsField, seconds) != 0) {
-        result = 11;
+        result_code = 11;
     } else if (card->getInt32(kNanosecondsField, nanoseconds) != 0) {
-        result = 12;
+        result_code = 12;
     }
     delete card;
-    if (result != 0) {
-        log_error(kTag, "retrieve_from_postcard failed %d", result);
-        return Timestamp(false);
+    if (result_code != 0) {
+        log_error(kTag, "retrieve_from_postcard failed %d", result_code);
+        return result;
     }
-    timespec time = {};
-    time.tv_sec = seconds;  // sign-extended
-    time.tv_nsec = nanoseconds;
-    return Timestamp(clock_id, time);
+    result.time_.tv_sec = seconds;  // sign-extended
+    result.time_.tv_nsec = nanoseconds;
+    result.valid_ = true;
+    return result;
 }
 
 }  // namespace vel_loc_fw

@@ -102,7 +102,11 @@ TEST(TimestampPostcardTest, RetrieveFailuresGiveAnInvalidStamp) {
     EXPECT_FALSE(Timestamp::retrieve_from_postcard(in.get(), nullptr).is_valid());
     EXPECT_FALSE(Timestamp::retrieve_from_postcard(nullptr, "T").is_valid());
     EXPECT_FALSE(Timestamp::retrieve_from_postcard(in.get(), "missing").is_valid());
-    EXPECT_FALSE(Timestamp::retrieve_from_postcard(in.get(), "no_seconds").is_valid());
+    EXPECT_EQ(-1, Timestamp::retrieve_from_postcard(in.get(), "missing").get_clock_id());
+    // A clock id read before the failure stays in the invalid result.
+    const Timestamp no_seconds_back = Timestamp::retrieve_from_postcard(in.get(), "no_seconds");
+    EXPECT_FALSE(no_seconds_back.is_valid());
+    EXPECT_EQ(1, no_seconds_back.get_clock_id());
     EXPECT_FALSE(Timestamp::retrieve_from_postcard(in.get(), "partial").is_valid());
     for (int code : {2, 3, 10, 11, 12}) {
         EXPECT_TRUE(log.contains("[Timestamp] retrieve_from_postcard failed " +
