@@ -1,0 +1,296 @@
+// Response dispatch, driven by calling responseReceived with built responses.
+#include "listener/varn_client_listener_impl.h"
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <varn_wifihal.h>
+#include <varn_wifihal_results.h>
+
+#include "listener_test_support.h"
+#include "log_capture.h"
+#include "wifihal/request_bookkeeping.h"
+
+namespace {
+
+using listener_test::newPeer;
+
+// What the HAL callbacks saw.
+struct Seen {
+    int calls = 0;
+    int id = 0;
+    unsigned count = 0;
+    std::vector<int64_t> rtts;
+    std::vector<std::vector<uint8_t>> lci;
+    std::vector<int> events;
+    std::vector<std::string> ssids;
+    std::vector<std::vector<int>> rssi_samples;
+    std::vector<uint8_t> ie;
+};
+Seen g_seen;
+
+void onV2(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
+    ++g_seen.calls;
+    g_seen.id = id;
+    g_seen.count = n;
+    for (unsigned i = 0; i < n; ++i) {
+        g_seen.rtts.push_back(results[i]->rtt_result.rtt);
+        std::vector<uint8_t> lci;
+        if (const wifi_information_element* e = results[i]->rtt_result.LCI) {
+            lci.assign(e->data, e->data + e->len);
+        }
+        g_seen.lci.push_back(lci);
+        // FREE_RTT_RESULTS releases element 0's blocks only: release the rest here.
+        if (i > 0) {
+            free(results[i]->rtt_result.LCI);
+            free(results[i]->rtt_result.LCR);
+            results[i]->rtt_result.LCI = nullptr;
+            results[i]->rtt_result.LCR = nullptr;
+        }
+    }
+}
+
+void onV1(wifi_request_id id, unsigned n, wifi_rtt_result* results[]) {
+    ++g_seen.calls;
+    g_seen.id = id;
+    g_seen.count = n;
+    for (unsigned i = 0; i < n; ++i) g_seen.rtts.push_back(results[i]->rtt);
+}
+
+void onScanEvent(wifi_request_id id, wifi_scan_event event) {
+    ++g_seen.calls;
+    g_seen.id = id;
+    g_seen.events.push_back(event);
+}
+
+void onFullScanResult(wifi_request_id id, wifi_scan_result* result, unsigned buckets) {
+    ++g_seen.calls;
+    g_seen.id = id;
+    g_seen.count = buckets;
+    g_seen.ssids.push_back(result->ssid);
+    const auto* ie = reinterpret_cast<const uint8_t*>(result->ie_data);
+    g_seen.ie.assign(ie, ie + result->ie_length);
+}
+
+void recordHotlist(int event, wifi_request_id id, unsigned n, wifi_scan_result* results) {
+    ++g_seen.calls;
+    g_seen.id = id;
+    g_seen.count = n;
+    g_seen.events.push_back(event);
+    for (unsigned i = 0; i < n; ++i) g_seen.ssids.push_back(results[i].ssid);
+}
+void onApFound(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotlist(4, id, n, r); }
+void onApLost(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotlist(5, id, n, r); }
+
+void onSignificantChange(wifi_request_id id, unsigned n, wifi_significant_change_result** r) {
+    ++g_seen.calls;
+    g_seen.id = id;
+    g_seen.count = n;
+    for (unsigned i = 0; i < n; ++i) {
+        EXPECT_EQ(2437, r[i]->channel);
+        g_seen.rssi_samples.emplace_back(r[i]->rssi, r[i]->rssi + r[i]->num_rssi);
+    }
+}
+
+class DispatchTest : public listener_test::ListenerTest {
+  protected:
+    void SetUp() override {
+        ListenerTest::SetUp();
+        g_seen = Seen();
+    }
+
+    static VARNRangingScanResponse* ranging(uint32_t varn_id, int peers) {
+        auto* rsp = new VARNRangingScanResponse(varn_id, VARN_SCAN_STATUS_SUCCESS);
+        for (int i = 0; i < peers; ++i) {
+            const int32_t rtt = 20000 + 1000 * i;
+            rsp->getMeasurements().push_back(
+                    newPeer(static_cast<uint8_t>(i), {{rtt}, {rtt}, {rtt}}));
+        }
+        return rsp;
+    }
+
+    // An AP as scan events carry it, with RSSI samples in dBm.
+    static VARNScanMeasurement* scanAp(uint8_t last_byte, std::vector<int16_t> rssi,
+                                       std::vector<uint8_t> ie = {}) {
+        auto* meas = new VARNScanMeasurement();
+        meas->bssid[5] = last_byte;
+        meas->frequency = 2437;
+        const std::string ssid = "ap" + std::to_string(last_byte);
+        meas->ssid.setSSID(ssid.c_str(), static_cast<uint32_t>(ssid.size()));
+        for (int16_t value : rssi) {
+            auto* info = new VARNMeasurementInfo();
+            info->rssi = value;
+            meas->measurements.push_back(info);
+        }
+        for (uint8_t byte : ie) meas->ie_data.push_back(byte);
+        return meas;
+    }
+
+    void deliver(VARNResponse* rsp) {
+        listener_.responseReceived(rsp);
+        delete rsp;
+    }
+};
+
+TEST_F(DispatchTest, NullAndUnhandledResponses) {
+    varn_test::LogCapture log;
+    listener_.responseReceived(nullptr);
+    EXPECT_TRUE(log.contains("responseReceived: invalid response: NULL pointer received"));
+
+    ASSERT_EQ(0, addRttRequestHandler(5, 40, {onV1, onV2}));
+    log.clear();
+    for (eVARNResponseType type : {VARN_RSP_CAPABILITY, VARN_RSP_CACHED_BGSCAN_RESULTS,
+                                   VARN_RSP_BGSCAN_STOP, static_cast<eVARNResponseType>(99)}) {
+        deliver(new VARNResponse(40, type, VARN_RSP_STATUS_SUCCESS));
+    }
+    EXPECT_EQ(0, g_seen.calls);
+    EXPECT_EQ(4u, log.count("responseReceived: varnReqid(40)"));
+    EXPECT_FALSE(log.contains("@responseReceived()")) << log.dump();
+    EXPECT_EQ(5, getWiFiHalReqId(40));
+}
+
+TEST_F(DispatchTest, RangingResultsGoToTheV2CallbackAndRetireTheRequest) {
+    ASSERT_EQ(0, addRttRequestHandler(-7, 41, {onV1, onV2}));
+    ASSERT_EQ(0, addRttRequestHandler(8, 42, {onV1, onV2}));
+    VARNRangingScanResponse* rsp = ranging(41, 3);
+    const uint8_t lci[] = {0x11, 0x22};
+    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(0, rsp->getMeasurements()[i]->setLci(8, lci, 2));
+    varn_test::LogCapture log;
+    deliver(rsp);
+    EXPECT_EQ(1, g_seen.calls);
+    EXPECT_EQ(-7, g_seen.id);  // any HAL id but -1 is valid
+    EXPECT_EQ(3u, g_seen.count);
+    EXPECT_EQ((std::vector<int64_t>{20000, 21000, 22000}), g_seen.rtts);
+    EXPECT_EQ(std::vector<uint8_t>(lci, lci + 2), g_seen.lci[2]);
+    EXPECT_TRUE(log.contains("@responseReceived(): calling wifihal rtt results callback("));
+    EXPECT_EQ(-1, getWiFiHalReqId(41));
+    EXPECT_EQ(8, getWiFiHalReqId(42));
+}
+
+TEST_F(DispatchTest, RangingResultsGoToTheV1CallbackWhenThereIsNoV2) {
+    ASSERT_EQ(0, addRttRequestHandler(9, 43, {onV1, nullptr}));
+    deliver(ranging(43, 2));
+    EXPECT_EQ(1, g_seen.calls);
+    EXPECT_EQ(9, g_seen.id);
+    EXPECT_EQ((std::vector<int64_t>{20000, 21000}), g_seen.rtts);
+    EXPECT_EQ(-1, getWiFiHalReqId(43));
+}
+
+TEST_F(DispatchTest, ZeroMeasurementsStillAnswerAndRetire) {
+    ASSERT_EQ(0, addRttRequestHandler(10, 44, {nullptr, onV2}));
+    deliver(ranging(44, 0));
+    EXPECT_EQ(1, g_seen.calls);
+    EXPECT_EQ(0u, g_seen.count);
+    EXPECT_EQ(-1, getWiFiHalReqId(44));
+}
+
+TEST_F(DispatchTest, RangingDropsAndUnansweredRetirement) {
+    struct Case {
+        int32_t hal_id;
+        wifi_rtt_event_handler handler;
+        bool registered;
+        const char* message;
+        bool retired;
+    };
+    const Case cases[] = {
+            {11, {onV1, onV2}, false, "@responseReceived(): got a rsp but NULL handler...drop the rsp",
+             false},
+            {-1, {onV1, onV2}, true, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp",
+             false},
+            {-1, {onV1, nullptr}, true,
+             "@responseReceived(): no wifihal reqid for this rsp...drop the rsp", false},
+            {12, {nullptr, nullptr}, true,
+             "@responseReceived(): Rtt result callbacks are NULL, dropping the results", true},
+    };
+    uint32_t varn_id = 50;
+    for (const Case& c : cases) {
+        ++varn_id;
+        if (c.registered) {
+            ASSERT_EQ(0, addRttRequestHandler(c.hal_id, varn_id, c.handler));
+        }
+        varn_test::LogCapture log;
+        deliver(ranging(varn_id, 2));
+        EXPECT_EQ(0, g_seen.calls);
+        EXPECT_TRUE(log.contains(c.message)) << log.dump();
+        wifi_rtt_event_handler out{};
+        EXPECT_EQ(c.registered && !c.retired ? 0 : -1, getRttHandler(varn_id, &out)) << c.message;
+    }
+}
+
+TEST_F(DispatchTest, BackgroundScanEvents) {
+    RspHandlerRecord record{};
+    record.scan = {onFullScanResult, onScanEvent};
+    ASSERT_EQ(0, addRspHandler(21, 60, VARN_REQ_BGSCAN_START, record));
+
+    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
+                                      VARN_ON_SCAN_EVT, VARN_BGSCAN_BUFFER_THRESHOLD));
+    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
+                                      VARN_ON_SCAN_EVT, VARN_BGSCAN_SCAN_COMPLETE));
+    EXPECT_EQ((std::vector<int>{WIFI_SCAN_THRESHOLD_PERCENT, WIFI_SCAN_RESULTS_AVAILABLE}),
+              g_seen.events);
+    EXPECT_EQ(21, g_seen.id);
+
+    // A full result with 20 element bytes, more than fit the record's tail.
+    std::vector<uint8_t> ie;
+    for (uint8_t b = 0; b < 20; ++b) ie.push_back(static_cast<uint8_t>(0xc0 + b));
+    auto* full = new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
+                                           VARN_ON_FULL_SCAN_RESULT_EVT);
+    full->getMeasurements().push_back(scanAp(3, {-60}, ie));
+    deliver(full);
+    EXPECT_EQ(3, g_seen.calls);
+    EXPECT_EQ(0u, g_seen.count);
+    EXPECT_EQ(std::vector<std::string>{"ap3"}, g_seen.ssids);
+    EXPECT_EQ(ie, g_seen.ie);
+
+    varn_test::LogCapture log;
+    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS, VARN_NO_EVT));
+    // An empty full-result event reads element 0 of an empty vector: logged, dropped.
+    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
+                                      VARN_ON_FULL_SCAN_RESULT_EVT));
+    EXPECT_EQ(3, g_seen.calls);
+    EXPECT_TRUE(log.contains("@responseReceived(): not a bgscan event"));
+    EXPECT_TRUE(log.contains("index out of range"));
+    EXPECT_TRUE(log.contains("@responseReceived(): clReqId(21), numResults(0)")) << log.dump();
+}
+
+TEST_F(DispatchTest, HotlistEvents) {
+    RspHandlerRecord record{};
+    record.hotlist = {onApFound, onApLost};
+    ASSERT_EQ(0, addRspHandler(22, 61, VARN_REQ_HOTLIST_SET, record));
+    for (eVARNEventCode code : {VARN_AP_FOUND_EVT, VARN_AP_LOST_EVT, VARN_SIGNIFICANT_CHANGE_EVT}) {
+        auto* rsp = new VARNScanEventResponse(61, VARN_RSP_HOTLIST_EVENT, VARN_RSP_STATUS_SUCCESS,
+                                              code);
+        rsp->getMeasurements().push_back(scanAp(1, {-70}));
+        rsp->getMeasurements().push_back(scanAp(2, {-71}, std::vector<uint8_t>(30, 0xab)));
+        varn_test::LogCapture log;
+        deliver(rsp);
+        if (code == VARN_SIGNIFICANT_CHANGE_EVT) {
+            EXPECT_TRUE(log.contains("@responseReceived(): not a hotlist event"));
+        }
+    }
+    EXPECT_EQ(2, g_seen.calls);
+    EXPECT_EQ(22, g_seen.id);
+    EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
+    EXPECT_EQ((std::vector<std::string>{"ap1", "ap2", "ap1", "ap2"}), g_seen.ssids);
+}
+
+TEST_F(DispatchTest, SignificantChangeEvents) {
+    RspHandlerRecord record{};
+    record.significant_change = {onSignificantChange};
+    ASSERT_EQ(0, addRspHandler(23, 62, VARN_REQ_SIGNIFICANT_CHANGE_SET, record));
+    auto* rsp = new VARNScanEventResponse(62, VARN_RSP_SIGNIFICANT_CHANGE_EVENT,
+                                          VARN_RSP_STATUS_SUCCESS, VARN_SIGNIFICANT_CHANGE_EVT);
+    rsp->getMeasurements().push_back(scanAp(1, {-60, -61, -65}));
+    rsp->getMeasurements().push_back(scanAp(2, {}));
+    varn_test::LogCapture log;
+    deliver(rsp);
+    EXPECT_EQ(1, g_seen.calls);
+    EXPECT_EQ(23, g_seen.id);
+    EXPECT_EQ(2u, g_seen.count);
+    EXPECT_EQ((std::vector<std::vector<int>>{{-60, -61, -65}, {}}), g_seen.rssi_samples);
+    EXPECT_TRUE(log.contains("@responseReceived(): calling VARN_SIGNIFICANT_CHANGE_EVT cb"));
+}
+
+}  // namespace

@@ -1,0 +1,193 @@
+// Background-scan conversions: the exactly-one-info rule, the fixed record
+// strides, the caps and the fatal over-long SSID.
+#include <varn_wifihal_results.h>
+
+#include <cstring>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <loc_utils/loc_utils.h>
+
+#include "listener_test_support.h"
+#include "log_capture.h"
+
+namespace {
+
+class ScanConversionTest : public listener_test::ListenerTest {
+  protected:
+    // An AP with `infos` beacon observations (RSSI -50 - k dBm) and `ie` bytes.
+    VARNScanMeasurement* ap(uint8_t last_byte, int infos, std::vector<uint8_t> ie = {}) {
+        auto* meas = new VARNScanMeasurement();
+        meas->bssid[0] = 0xa0;
+        meas->bssid[5] = last_byte;
+        meas->frequency = 2412 + last_byte;
+        const std::string ssid = "net" + std::to_string(last_byte);
+        meas->ssid.setSSID(ssid.c_str(), static_cast<uint32_t>(ssid.size()));
+        for (int k = 0; k < infos; ++k) {
+            auto* info = new VARNMeasurementInfo();
+            info->rssi = static_cast<int16_t>(-50 - k);
+            info->rssi_timestamp = 1000u + last_byte;
+            meas->measurements.push_back(info);
+        }
+        for (uint8_t byte : ie) meas->ie_data.push_back(byte);
+        owned_.push_back(meas);
+        return meas;
+    }
+    void TearDown() override {
+        for (VARNScanMeasurement* meas : owned_) delete meas;
+        ListenerTest::TearDown();
+    }
+    std::vector<VARNScanMeasurement*> owned_;
+};
+
+TEST_F(ScanConversionTest, ScanEventCode) {
+    EXPECT_EQ(2, toWifiScanEvent(static_cast<eVARNBgScanEvent>(0)));
+    EXPECT_EQ(0, toWifiScanEvent(static_cast<eVARNBgScanEvent>(1)));
+    EXPECT_EQ(0, toWifiScanEvent(static_cast<eVARNBgScanEvent>(7)));
+}
+
+TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
+    vel_loc_fw::vector<VARNScanMeasurement*> meas;
+    meas.push_back(ap(1, 1));
+    meas.push_back(ap(2, 2));  // two observations: rssi, rtt, rtt_sd and ts untouched
+    meas.push_back(ap(3, 0));  // none: likewise
+    wifi_scan_result out[3];
+    memset(out, 0x5a, sizeof(out));
+    varn_test::LogCapture log;
+    toWiFiScanResult(3, out, meas);
+
+    EXPECT_STREQ("net1", out[0].ssid);
+    EXPECT_EQ(2413, out[0].channel);
+    EXPECT_EQ(0xa0, out[0].bssid[0]);
+    EXPECT_EQ(1, out[0].bssid[5]);
+    EXPECT_EQ(-50, out[0].rssi);
+    EXPECT_EQ(0, out[0].rtt);
+    EXPECT_EQ(0, out[0].rtt_sd);
+    EXPECT_EQ(1001, out[0].ts);
+    EXPECT_EQ(0u, out[0].ie_length);
+    wifi_scan_result pattern;
+    memset(&pattern, 0x5a, sizeof(pattern));
+    for (int i : {1, 2}) {
+        EXPECT_EQ(pattern.rssi, out[i].rssi);
+        EXPECT_EQ(pattern.rtt, out[i].rtt);
+        EXPECT_EQ(pattern.rtt_sd, out[i].rtt_sd);
+        EXPECT_EQ(pattern.ts, out[i].ts);
+        EXPECT_EQ(pattern.beacon_period, out[i].beacon_period);  // never written
+    }
+    EXPECT_STREQ("net3", out[2].ssid);
+    EXPECT_TRUE(log.contains("[VARN-WIFIHAL-2.1.1.25] toWiFiScanResult: bssid(a0:00:00:00:00:01) "
+                             "ssid(net1) channel(2413) rssi(-50) rssi_ts(1001) rtt(0) rtt_sd(0)"))
+            << log.dump();
+}
+
+TEST_F(ScanConversionTest, CountIsCappedByTheVector) {
+    vel_loc_fw::vector<VARNScanMeasurement*> meas;
+    meas.push_back(ap(1, 1));
+    wifi_scan_result out[2];
+    memset(out, 0, sizeof(out));
+    toWiFiScanResult(5, out, meas);
+    EXPECT_STREQ("net1", out[0].ssid);
+    EXPECT_EQ(0, out[1].channel);
+}
+
+TEST_F(ScanConversionTest, RecordsKeepTheFixedStride) {
+    // Record 0 has 12 element bytes: 8 fit in its tail, the next 4 run into
+    // record 1, which then overwrites them with its own fields.
+    std::vector<uint8_t> ie0;
+    for (uint8_t b = 1; b <= 12; ++b) ie0.push_back(b);
+    vel_loc_fw::vector<VARNScanMeasurement*> meas;
+    meas.push_back(ap(1, 1, ie0));
+    meas.push_back(ap(2, 1, {0xee}));
+    alignas(8) unsigned char buffer[2 * 88 + 16] = {};
+    auto* out = reinterpret_cast<wifi_scan_result*>(buffer);
+    toWiFiScanResult(2, out, meas);
+    EXPECT_EQ(12u, out[0].ie_length);
+    for (int k = 0; k < 8; ++k) EXPECT_EQ(k + 1, buffer[80 + k]) << k;
+    EXPECT_EQ(reinterpret_cast<unsigned char*>(&out[1]), buffer + 88);
+    // Record 0's element bytes 9..12 were written where record 1's time stamp
+    // lives, and then replaced by it.
+    EXPECT_EQ(1002, out[1].ts);
+    EXPECT_EQ(2, out[1].bssid[5]);
+    EXPECT_EQ(1u, out[1].ie_length);
+    EXPECT_EQ(0xee, buffer[88 + 80]);
+}
+
+TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
+    auto* big = new VARNBgscanCachedResult();
+    big->scan_id = 7;
+    big->flags = 1;
+    for (uint8_t i = 0; i < 40; ++i) big->measurements.push_back(ap(i, 1));
+    auto* small = new VARNBgscanCachedResult();
+    small->scan_id = 8;
+    small->measurements.push_back(ap(100, 1));
+    auto* unused = new VARNBgscanCachedResult();
+    unused->scan_id = 9;
+    vel_loc_fw::vector<VARNBgscanCachedResult*> cached;
+    cached.push_back(big);
+    cached.push_back(small);
+    cached.push_back(unused);
+    // The owning cached results must not delete the measurements owned_ holds.
+    auto release = [](VARNBgscanCachedResult* r) {
+        r->measurements.clear();
+        delete r;
+    };
+
+    std::vector<wifi_cached_scan_results> out(3);
+    memset(out.data(), 0, out.size() * sizeof(out[0]));
+    varn_debug_level = 5;
+    varn_test::LogCapture log;
+    toWiFiCachedScanResults(2, out.data(), cached);
+    varn_debug_level = 3;
+
+    EXPECT_EQ(2832u, sizeof(wifi_cached_scan_results));
+    EXPECT_EQ(7, out[0].scan_id);
+    EXPECT_EQ(1, out[0].flags);
+    EXPECT_EQ(40, out[0].num_results);
+    EXPECT_EQ(31, out[0].results[31].bssid[5]);
+    EXPECT_STREQ("net31", out[0].results[31].ssid);
+    EXPECT_EQ(8, out[1].scan_id);  // not overwritten by measurements 32..39
+    EXPECT_EQ(1, out[1].num_results);
+    EXPECT_EQ(100, out[1].results[0].bssid[5]);
+    EXPECT_EQ(0, out[2].scan_id);  // max 2: the third cached scan is not passed
+    EXPECT_TRUE(log.contains("toWiFiCachedScanResults: requested 2 results, got 3 results, "
+                             "passing 2 results"))
+            << log.dump();
+    EXPECT_TRUE(log.contains("scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) "
+                             "ssid(net31)"));
+    EXPECT_EQ(33u, log.count("scan_id(7) flags(1) num_results(40)"));  // 1 + 32 records
+    release(big);
+    release(small);
+    release(unused);
+}
+
+TEST_F(ScanConversionTest, PerRecordCachedLogNeedsDebugLevelFive) {
+    auto* scan = new VARNBgscanCachedResult();
+    scan->measurements.push_back(ap(1, 1));
+    vel_loc_fw::vector<VARNBgscanCachedResult*> cached;
+    cached.push_back(scan);
+    wifi_cached_scan_results out{};
+    varn_debug_level = 4;
+    varn_test::LogCapture log;
+    toWiFiCachedScanResults(1, &out, cached);
+    varn_debug_level = 3;
+    EXPECT_FALSE(log.contains("bssid("));
+    EXPECT_TRUE(log.contains("scan_id(0) flags(0) num_results(1)"));
+    scan->measurements.clear();
+    delete scan;
+}
+
+TEST_F(ScanConversionTest, OverlongSsidEndsTheProcess) {
+    VARNScanMeasurement* meas = ap(1, 1);
+    const char long_ssid[33] = "0123456789abcdef0123456789abcdef";
+    meas->ssid.setSSID(long_ssid, 33);
+    vel_loc_fw::vector<VARNScanMeasurement*> list;
+    list.push_back(meas);
+    wifi_scan_result out{};
+    EXPECT_DEATH(toWiFiScanResult(1, &out, list), "");
+
+    meas->ssid.setSSID(long_ssid, 32);  // exactly 32 is fine
+    toWiFiScanResult(1, &out, list);
+    EXPECT_EQ(32u, strlen(out.ssid));
+}
+
+}  // namespace
