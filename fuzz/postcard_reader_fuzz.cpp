@@ -1,0 +1,154 @@
+// Feeds arbitrary bytes to the postcard reader and looks up every field type,
+// descending into nested cards. Every lookup must return a code; the
+// sanitizers catch any read outside the input, leak or undefined behaviour.
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include <memory>
+
+#include <vel_loc_fw/memory_stream.h>
+#include <vel_loc_fw/postcard.h>
+
+namespace {
+
+using vel_loc_fw::InMemoryStream;
+using vel_loc_fw::InPostcard;
+
+// The seed postcards use these names, so mutations keep hitting real fields.
+constexpr const char* kNames[] = {"A", "B", "card"};
+constexpr int kMaxDepth = 6;
+
+// Keeps the compiler from dropping reads whose values are otherwise unused.
+volatile uint64_t g_sink = 0;
+
+template <typename T>
+void consume(const T& value) {
+    uint8_t bytes[sizeof(T)];
+    memcpy(bytes, &value, sizeof(T));
+    for (uint8_t b : bytes) g_sink = g_sink + b;
+}
+
+void consume_bytes(const void* data, size_t length) {
+    const uint8_t* bytes = static_cast<const uint8_t*>(data);
+    for (size_t i = 0; i < length; ++i) g_sink = g_sink + bytes[i];
+}
+
+template <typename T>
+void read_array(InPostcard* card, const char* name,
+                int (InPostcard::*get)(const char*, int*, T*)) {
+    int count = 0;
+    if ((card->*get)(name, &count, nullptr) != 0 || count <= 0) return;
+    // Too little room must be refused without writing.
+    if (count > 1) {
+        T small[1] = {};
+        int room = 1;
+        (card->*get)(name, &room, small);
+    }
+    if (count > (1 << 20)) return;
+    // Not std::vector: vector<bool> has no element array to fill.
+    std::unique_ptr<T[]> values(new T[static_cast<size_t>(count)]);
+    int room = count;
+    if ((card->*get)(name, &room, values.get()) == 0) {
+        for (int i = 0; i < room; ++i) consume(values[i]);
+    }
+}
+
+void read_all(InPostcard* card, int depth) {
+    for (const char* name : kNames) {
+        double d = 0;
+        float f = 0;
+        long long i64 = 0;
+        unsigned long long u64 = 0;
+        int i32 = 0;
+        unsigned int u32 = 0;
+        short i16 = 0;
+        unsigned short u16 = 0;
+        char i8 = 0;
+        unsigned char u8 = 0;
+        bool b = false;
+        void* p = nullptr;
+        if (card->getDouble(name, d) == 0) consume(d);
+        if (card->getFloat(name, f) == 0) consume(f);
+        if (card->getInt64(name, i64) == 0) consume(i64);
+        if (card->getUInt64(name, u64) == 0) consume(u64);
+        if (card->getInt32(name, i32) == 0) consume(i32);
+        if (card->getUInt32(name, u32) == 0) consume(u32);
+        if (card->getInt16(name, i16) == 0) consume(i16);
+        if (card->getUInt16(name, u16) == 0) consume(u16);
+        if (card->getInt8(name, i8) == 0) consume(i8);
+        if (card->getUInt8(name, u8) == 0) consume(u8);
+        if (card->getBool(name, b) == 0) consume(b);
+        if (card->getPtr(name, p) == 0) consume(p);
+        card->getDoubleOptional(name, d);
+        card->getFloatOptional(name, f);
+        card->getInt64Optional(name, i64);
+        card->getUInt64Optional(name, u64);
+        card->getInt32Optional(name, i32);
+        card->getUInt32Optional(name, u32);
+        card->getInt16Optional(name, i16);
+        card->getUInt16Optional(name, u16);
+        card->getInt8Optional(name, i8);
+        card->getUInt8Optional(name, u8);
+        card->getBoolOptional(name, b);
+
+        const char* text = nullptr;
+        if (card->getString(name, &text) == 0) consume_bytes(text, strlen(text));
+        const char* optional_text = nullptr;
+        card->getStringOptional(name, &optional_text);
+        const char* copy = nullptr;
+        if (card->getStringDup(name, &copy) == 0) {
+            consume_bytes(copy, strlen(copy));
+            delete[] copy;
+        }
+        const void* blob = nullptr;
+        size_t blob_length = 0;
+        if (card->getBlob(name, &blob, &blob_length) == 0) consume_bytes(blob, blob_length);
+
+        read_array(card, name, &InPostcard::getArrayDouble);
+        read_array(card, name, &InPostcard::getArrayFloat);
+        read_array(card, name, &InPostcard::getArrayInt64);
+        read_array(card, name, &InPostcard::getArrayUInt64);
+        read_array(card, name, &InPostcard::getArrayInt32);
+        read_array(card, name, &InPostcard::getArrayUInt32);
+        read_array(card, name, &InPostcard::getArrayInt16);
+        read_array(card, name, &InPostcard::getArrayUInt16);
+        read_array(card, name, &InPostcard::getArrayInt8);
+        read_array(card, name, &InPostcard::getArrayUInt8);
+        read_array(card, name, &InPostcard::getArrayBool);
+        read_array(card, name, &InPostcard::getArrayPtr);
+
+        if (depth >= kMaxDepth) continue;
+        for (int index = 0; index < 2; ++index) {
+            InPostcard* nested = nullptr;
+            if (card->getCard(name, &nested, index) != 0) break;
+            read_all(nested, depth + 1);
+            delete nested;
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) return 0;
+    // Borrowed buffer: the reader must stay inside the fuzzer's exact-sized copy.
+    std::unique_ptr<InPostcard> reader(InPostcard::createInstance());
+    if (reader == nullptr || reader->init(data, size, false) != 0) return 0;
+    read_all(reader.get(), 0);
+
+    // Owned buffer through a stream: the same walk, plus clone and release.
+    if (data[0] & 1) {
+        uint8_t* owned = new uint8_t[size];
+        memcpy(owned, data, size);
+        std::unique_ptr<InMemoryStream> stream(InMemoryStream::createInstance());
+        const void* handed = owned;
+        if (stream == nullptr || stream->setBufferOwnership(&handed, size) != 0) {
+            delete[] owned;
+            return 0;
+        }
+        std::unique_ptr<InPostcard> from_stream(InPostcard::createInstance(stream->clone()));
+        if (from_stream != nullptr) read_all(from_stream.get(), kMaxDepth - 1);
+    }
+    return 0;
+}
