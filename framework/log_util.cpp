@@ -14,6 +14,8 @@
 #include <vel_loc_fw/list.h>
 #include <vel_loc_fw/mutex.h>
 
+#include "framework/log_util_internal.h"
+
 namespace vel_loc_fw {
 namespace {
 
@@ -151,15 +153,17 @@ void log_error_no_lock(const char* tag, const char* fmt, ...) {
     va_end(args);
 }
 
-bool is_log_verbose_enabled(const char* tag) {
+bool is_log_level_enabled(const char* tag, ERROR_LEVEL level) {
     if (g_local_levels != nullptr && tag != nullptr && !g_local_levels->empty()) {
         const TagLevelNode* node = g_local_levels->find([tag](const TagLevelNode& n) {
             return n.tag != nullptr && strcmp(n.tag, tag) == 0;
         });
-        if (node != nullptr) return node->level > EL_DEBUG;
+        if (node != nullptr) return level <= node->level;
     }
-    return g_global_level.load(std::memory_order_relaxed) > EL_DEBUG;
+    return level <= g_global_level.load(std::memory_order_relaxed);
 }
+
+bool is_log_verbose_enabled(const char* tag) { return is_log_level_enabled(tag, EL_VERBOSE); }
 
 int log_set_global_level(ERROR_LEVEL level) {
     int result = 0;

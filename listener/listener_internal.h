@@ -1,6 +1,8 @@
 // Helpers shared by the listener's source files (not exported).
 #pragma once
 
+#include "framework/log_util_internal.h"
+
 #include <varn_client/VARNTypes.h>
 #include <vel_loc_fw/log_util.h>
 
@@ -44,6 +46,14 @@ inline BssidDigits bssidDigits(const VARNMacAddress& mac) {
 #define VARN_LOG_VERBOSE(tag, ...)                                                              \
     do {                                                                                        \
         if (vel_loc_fw::is_log_verbose_enabled(tag)) vel_loc_fw::log_verbose(tag, __VA_ARGS__); \
+    } while (0)
+
+// Per-frame debug lines: skipped before formatting when debug cannot pass.
+#define VARN_LOG_DEBUG(tag, ...)                                                          \
+    do {                                                                                  \
+        if (vel_loc_fw::is_log_level_enabled(tag, vel_loc_fw::EL_DEBUG)) {                \
+            vel_loc_fw::log_debug(tag, __VA_ARGS__);                                      \
+        }                                                                                 \
     } while (0)
 
 // The twelve characters of `BssidDigits` as printf arguments.

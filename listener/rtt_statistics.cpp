@@ -58,7 +58,7 @@ void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mea
                         ? getRTTWeightedFactor(frame->tx_rate.preamble, frame->rx_rate.preamble,
                                                frame->tx_rate.bandwidth, frame->rx_rate.bandwidth)
                         : 1.0f;
-        fw::log_debug(kTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
+        VARN_LOG_DEBUG(kTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
                       "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
                       static_cast<double>(factor));
         const float weighted = factor * static_cast<float>(frame->rtt_ps);

@@ -21,11 +21,15 @@ using AddFn = std::function<int(OutPostcard*)>;
 
 // One field record: type, name length, name with NUL, value.
 Bytes record(uint16_t type, const std::string& name, const Bytes& value) {
-    Bytes out = {static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8),
-                 static_cast<uint8_t>(name.size() + 1), 0};
-    out.insert(out.end(), name.begin(), name.end());
+    Bytes out;
+    out.reserve(4 + name.size() + 1 + value.size());
+    for (uint8_t b : {static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8),
+                      static_cast<uint8_t>(name.size() + 1), uint8_t{0}}) {
+        out.push_back(b);
+    }
+    for (char c : name) out.push_back(static_cast<uint8_t>(c));
     out.push_back(0);
-    out.insert(out.end(), value.begin(), value.end());
+    for (uint8_t b : value) out.push_back(b);
     return out;
 }
 
