@@ -7,6 +7,7 @@
 // callback and prints what came back next to the scenario's true distances.
 //
 //   varn_demo [--scenario FILE] [--config FILE] [--seed N] [--rounds N] [--json]
+//             [--log-level N]
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -31,10 +32,9 @@ namespace {
 constexpr int kResultTimeoutMs = 5000;
 
 // The library's own log goes to the Android log (stderr on a host). Without a
-// --config file the demo keeps it to warnings and errors.
-constexpr char kDefaultConfig[] =
-        "# varn_demo defaults\n"
-        "VARN_WIFIHAL_LOG_LEVEL = 2\n";
+// --config file the demo writes one with this level (--log-level N): 0 keeps
+// the table alone on the terminal.
+constexpr int kDefaultLogLevel = 0;
 
 struct Options {
     std::string scenario_path;
@@ -42,6 +42,7 @@ struct Options {
     bool has_seed = false;
     uint64_t seed = 0;
     int rounds = 1;
+    int log_level = kDefaultLogLevel;
     bool json = false;
 };
 
@@ -88,7 +89,7 @@ void on_rtt_results_v2(wifi_request_id id, unsigned num_results, wifi_rtt_result
         m.distance_m = r.distance_mm / 1000.0;
         m.sd_m = r.distance_sd_mm / 1000.0;
         m.spread_m = r.distance_spread_mm / 1000.0;
-        m.rssi_dbm = r.rssi / -2.0;
+        m.rssi_dbm = r.rssi == 0 ? 0.0 : r.rssi / -2.0;  // half-dB steps, positive
         copied.push_back(m);
         // The library releases the array and the first element's LCI/LCR
         // after this callback; the others' blocks are left to the HAL.
@@ -166,8 +167,10 @@ int bw_mhz(int packet_bw) {
 void usage(FILE* out) {
     fprintf(out,
             "usage: varn_demo [--scenario FILE] [--config FILE] [--seed N] [--rounds N] [--json]\n"
+            "                 [--log-level N]\n"
             "  --scenario FILE  access points of the simulated world (default: built-in)\n"
-            "  --config FILE    library configuration file (default: warnings and errors only)\n"
+            "  --config FILE    library configuration file (default: one with --log-level)\n"
+            "  --log-level N    library log level 0..5 without --config (default 0: off)\n"
             "  --seed N         seed of the simulation\n"
             "  --rounds N       ranging rounds (default 1); more than one adds a summary\n"
             "  --json           machine-readable output on standard output\n");
@@ -186,17 +189,20 @@ bool parse_options(int argc, char** argv, Options* options) {
             options->scenario_path = argv[++i];
         } else if (arg == "--config" && has_value) {
             options->config_path = argv[++i];
-        } else if ((arg == "--seed" || arg == "--rounds") && has_value) {
+        } else if ((arg == "--seed" || arg == "--rounds" || arg == "--log-level") && has_value) {
             char* end = nullptr;
             errno = 0;
             const unsigned long long value = strtoull(argv[++i], &end, 0);
-            if (errno != 0 || *end != '\0' || (arg == "--rounds" && (value < 1 || value > 1000))) {
+            if (errno != 0 || *end != '\0' || (arg == "--rounds" && (value < 1 || value > 1000)) ||
+                (arg == "--log-level" && value > 5)) {
                 fprintf(stderr, "varn_demo: bad value for %s: %s\n", arg.c_str(), argv[i]);
                 return false;
             }
             if (arg == "--seed") {
                 options->has_seed = true;
                 options->seed = value;
+            } else if (arg == "--log-level") {
+                options->log_level = static_cast<int>(value);
             } else {
                 options->rounds = static_cast<int>(value);
             }
@@ -278,8 +284,10 @@ int main(int argc, char** argv) {
     char default_config[] = "/tmp/varn_demo_XXXXXX";
     std::string config_path = options.config_path;
     if (config_path.empty()) {
+        const std::string content =
+                "VARN_WIFIHAL_LOG_LEVEL = " + std::to_string(options.log_level) + "\n";
         const int fd = mkstemp(default_config);
-        if (fd < 0 || write(fd, kDefaultConfig, sizeof(kDefaultConfig) - 1) < 0) {
+        if (fd < 0 || write(fd, content.data(), content.size()) < 0) {
             fprintf(stderr, "varn_demo: cannot write a configuration file: %s\n", strerror(errno));
             return 1;
         }

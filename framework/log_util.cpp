@@ -83,6 +83,33 @@ __attribute__((noinline)) void write_message(const char* tag, ERROR_LEVEL level,
                                              ERROR_OUTPUT output, const char* fmt, va_list args) {
     char text[kTextSize];
     char line[kTextSize];
+    if (output == EO_ANDROID) {
+        // The common case in one formatting pass: "[tag] " first, then the
+        // text formatted straight after it. Both are cut at the same 511
+        // characters as formatting the text and then the line would cut them.
+        size_t used = 0;
+        if (tag != nullptr) {
+            line[used++] = '[';
+            for (const char* c = tag; *c != '\0' && used < kTextSize - 1; ++c) line[used++] = *c;
+            for (const char* c = "] "; *c != '\0' && used < kTextSize - 1; ++c) line[used++] = *c;
+            line[used] = '\0';
+        }
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+        const int n = vsnprintf(line + used, kTextSize - used, fmt, args);
+#pragma GCC diagnostic pop
+        if (n < 1) {
+            snprintf(line + used, kTextSize - used, "%s", "log subsystem message format error");
+        }
+        const int priority = android_priority(level);
+        if (priority < 0) {
+            __android_log_print(ANDROID_LOG_ERROR, g_global_tag,
+                                "Internal error in log subsystem: unknown log level");
+        } else {
+            __android_log_print(priority, g_global_tag, "%s", line);
+        }
+        return;
+    }
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
     int n = vsnprintf(text, sizeof(text), fmt, args);
