@@ -214,7 +214,6 @@ int ConfigFileImpl::getString(const char* name, const char** value) {
 }
 
 int ConfigFileImpl::getStringDup(const char* name, const char** value, const char* defaultValue) {
-    const char* source = nullptr;
     if (loaded_) {
         if (name == nullptr) {
             log_error(kTag, "getStringDup failed %d", 3);
@@ -241,8 +240,7 @@ int ConfigFileImpl::getStringDup(const char* name, const char** value, const cha
         log_error(kTag, "getStringDup failed %d", 4);
         return 4;
     }
-    source = defaultValue;
-    char* copy = subStringDup(source, source + strlen(source));
+    char* copy = subStringDup(defaultValue, defaultValue + strlen(defaultValue));
     if (copy == nullptr) {
         if (name != nullptr) {
             log_error(kTag, "getStringDup failed [%s] %d", name, 111);
@@ -255,20 +253,27 @@ int ConfigFileImpl::getStringDup(const char* name, const char** value, const cha
     return 0;
 }
 
-int ConfigFileImpl::getInt32(const char* name, int& value) {
+int ConfigFileImpl::findForConversion(const char* getter, const char* name,
+                                      const char** text) const {
     if (!loaded_) {
-        log_debug(kTag, "getInt32 m_loaded is false");
+        log_debug(kTag, "%s m_loaded is false", getter);
         return kNotFound;
     }
     if (name == nullptr) {
-        log_error(kTag, "getInt32 failed %d", 3);
+        log_error(kTag, "%s failed %d", getter, 3);
         return 3;
     }
     const Pair* pair = find(name);
     if (pair == nullptr) return kNotFound;
+    *text = pair->value;
+    return 0;
+}
 
-    int result = 0;
-    const char* text = pair->value;
+int ConfigFileImpl::getInt32(const char* name, int& value) {
+    const char* text = nullptr;
+    int result = findForConversion("getInt32", name, &text);
+    if (result != 0) return result;
+
     char* rest = nullptr;
     errno = 0;
     const long number = strtol(text, &rest, 0);
@@ -325,19 +330,10 @@ int ConfigFileImpl::get_PNZ_Int32Default(const char* name, int& value, const int
 }
 
 int ConfigFileImpl::getDouble(const char* name, double& value) {
-    if (!loaded_) {
-        log_debug(kTag, "getDouble m_loaded is false");
-        return kNotFound;
-    }
-    if (name == nullptr) {
-        log_error(kTag, "getDouble failed %d", 3);
-        return 3;
-    }
-    const Pair* pair = find(name);
-    if (pair == nullptr) return kNotFound;
+    const char* text = nullptr;
+    int result = findForConversion("getDouble", name, &text);
+    if (result != 0) return result;
 
-    int result = 0;
-    const char* text = pair->value;
     char* rest = nullptr;
     errno = 0;
     const double number = strtod(text, &rest);

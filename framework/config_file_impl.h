@@ -59,6 +59,9 @@ class ConfigFileImpl : public ConfigFile {
     // Parses one line; 0 or the failure code. Stores the pair when valid.
     int parseLine(char* line, int line_number, bool verbose);
     const Pair* find(const char* name) const;
+    // Common start of the numeric getters: the stored text of `name`, or 1000
+    // (not loaded, not found) or 3 (name null), reported as `getter`.
+    int findForConversion(const char* getter, const char* name, const char** text) const;
 
     bool loaded_ = false;
     List<Pair> pairs_;
