@@ -53,6 +53,41 @@ void* callbackAddress(Fn fn) {
     return reinterpret_cast<void*>(fn);
 }
 
+wifi_rtt_result_v2* v2Element(wifi_rtt_result_v2* element) { return element; }
+// A v2 element starts with its v1 record.
+wifi_rtt_result* v1Element(wifi_rtt_result_v2* element) { return &element->rtt_result; }
+
+// Hands `results` to the HAL through `callback` with an array of pointers to
+// its elements, then releases both. Returns false when the response was
+// dropped (no memory for the pointers, or no HAL request for `varn_req_id`);
+// the results are released then too. `*hal_id` is the id found.
+template <typename Result>
+bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
+                       wifi_rtt_result_v2* results, uint32_t count,
+                       Result* (*element)(wifi_rtt_result_v2*),
+                       int32_t (*find_hal_id)(uint32_t), uint32_t varn_req_id, int32_t* hal_id) {
+    auto** pointers = static_cast<Result**>(malloc(count * sizeof(Result*)));
+    if (pointers == nullptr && count != 0) {
+        fw::log_error(kTag, "%s", kDropAllocation);
+        FREE_RTT_RESULTS(results);
+        return false;
+    }
+    for (uint32_t i = 0; i < count; ++i) pointers[i] = element(&results[i]);
+    *hal_id = find_hal_id(varn_req_id);
+    if (noHalId(*hal_id)) {
+        fw::log_error(kTag, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
+        FREE_RTT_RESULTS(results);
+        free(pointers);
+        return false;
+    }
+    VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
+                     callbackAddress(callback));
+    callback(*hal_id, count, pointers);
+    FREE_RTT_RESULTS(results);
+    free(pointers);
+    return true;
+}
+
 }  // namespace
 
 // Deliberately frees only the first element's information elements: the
@@ -96,48 +131,15 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
 
     int32_t hal_id = -1;
     if (handlers.on_rtt_results_v2 != nullptr) {
-        auto** pointers = static_cast<wifi_rtt_result_v2**>(malloc(count * sizeof(void*)));
-        if (pointers == nullptr && count != 0) {
-            fw::log_error(kTag, "%s", kDropAllocation);
-            FREE_RTT_RESULTS(results);
+        if (!deliverRttResults(handlers.on_rtt_results_v2, results, count, &v2Element,
+                               &findRttHalReqId, varn_req_id, &hal_id)) {
             return;
         }
-        for (uint32_t i = 0; i < count; ++i) pointers[i] = &results[i];
-        hal_id = findRttHalReqId(varn_req_id);
-        if (noHalId(hal_id)) {
-            fw::log_error(kTag,
-                          "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
-            FREE_RTT_RESULTS(results);
-            free(pointers);
-            return;
-        }
-        VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
-                         callbackAddress(handlers.on_rtt_results_v2));
-        handlers.on_rtt_results_v2(hal_id, count, pointers);
-        FREE_RTT_RESULTS(results);
-        free(pointers);
     } else if (handlers.on_rtt_results != nullptr) {
-        auto** pointers = static_cast<wifi_rtt_result**>(malloc(count * sizeof(void*)));
-        if (pointers == nullptr && count != 0) {
-            fw::log_error(kTag, "%s", kDropAllocation);
-            FREE_RTT_RESULTS(results);
+        if (!deliverRttResults(handlers.on_rtt_results, results, count, &v1Element,
+                               &getWiFiHalReqId, varn_req_id, &hal_id)) {
             return;
         }
-        // A v2 element starts with its v1 record.
-        for (uint32_t i = 0; i < count; ++i) pointers[i] = &results[i].rtt_result;
-        hal_id = getWiFiHalReqId(varn_req_id);
-        if (noHalId(hal_id)) {
-            fw::log_error(kTag,
-                          "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
-            FREE_RTT_RESULTS(results);
-            free(pointers);
-            return;
-        }
-        VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
-                         callbackAddress(handlers.on_rtt_results));
-        handlers.on_rtt_results(hal_id, count, pointers);
-        FREE_RTT_RESULTS(results);
-        free(pointers);
     } else {
         fw::log_error(kTag,
                       "@responseReceived(): Rtt result callbacks are NULL, dropping the results");
