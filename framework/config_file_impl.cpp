@@ -51,8 +51,7 @@ ConfigFileImpl::ConfigFileImpl(const char* path, size_t maxLineLength, bool verb
 
 ConfigFileImpl::~ConfigFileImpl() = default;
 
-int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose,
-                         int* line_number) {
+int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose, int* line_number) {
     if (path == nullptr) return 2;
     FILE* file = fopen(path, "r");
     if (file == nullptr) return 3;

@@ -156,7 +156,7 @@ void log_locked(const char* tag, ERROR_LEVEL level, const char* fmt, va_list arg
 
 }  // namespace
 
-#define VEL_LOC_FW_DEFINE_LOG_FUNCTION(name, level)   \
+#define VEL_LOC_FW_DEFINE_LOG_FUNCTION(name, level)    \
     void name(const char* tag, const char* fmt, ...) { \
         va_list args;                                  \
         va_start(args, fmt);                           \
@@ -247,7 +247,8 @@ int log_set_local_level_for_tag(const char* tag, ERROR_LEVEL level, ERROR_OUTPUT
             node->level = level;
             node->output = output;
         } else {
-            TagLevelNode* fresh = new (std::nothrow) TagLevelNode{nullptr, strdup(tag), level, output};
+            TagLevelNode* fresh =
+                    new (std::nothrow) TagLevelNode{nullptr, strdup(tag), level, output};
             if (fresh == nullptr || fresh->tag == nullptr) {
                 delete fresh;
                 result = 6;

@@ -13,9 +13,7 @@ namespace vel_loc_fw {
 
 namespace {
 
-const char* name_or_default(const char* name) {
-    return name != nullptr ? name : "WaitableBase";
-}
+const char* name_or_default(const char* name) { return name != nullptr ? name : "WaitableBase"; }
 
 }  // namespace
 

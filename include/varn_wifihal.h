@@ -85,6 +85,7 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_rtt_range_cancel(wifi_request_id id,
 // The 23 entry points in the order the HAL expects them. Slots 13 to 18 are
 // null on purpose: the hotlist and significant-change entry points are
 // reachable by name only.
+// clang-format off
 struct varn_wifihal_cb_table_t {
     wifi_error (*init)(void);                                                    // 1
     wifi_error (*destroy)(void);                                                 // 2
@@ -126,6 +127,7 @@ struct varn_wifihal_cb_table_t {
                                    wifi_rtt_responder* responder_info);
     wifi_error (*disable_responder)(wifi_request_id id, wifi_interface_handle iface);  // 23
 };
+// clang-format on
 static_assert(sizeof(varn_wifihal_cb_table_t) == 23 * sizeof(void*),
               "the callback table has 23 pointer slots");
 
@@ -169,9 +171,9 @@ VEL_LOC_FW_EXPORT extern wifi_rtt_capabilities* rttCachedCapabilities;
 // A pending ranging request: the HAL's id, the client id and its callbacks.
 struct RttRequestHandlerNode {
     RttRequestHandlerNode* next;
-    int32_t clReqId;                  // the HAL's `wifi_request_id`
-    uint32_t varnReqId;               // the client request id
-    wifi_rtt_event_handler handler;   // copied by value
+    int32_t clReqId;                 // the HAL's `wifi_request_id`
+    uint32_t varnReqId;              // the client request id
+    wifi_rtt_event_handler handler;  // copied by value
 };
 
 // The callbacks of a background-scan, hotlist or significant-change request
@@ -187,10 +189,10 @@ static_assert(sizeof(RspHandlerRecord) == 16, "handler record is 16 bytes");
 // A running background-scan, hotlist or significant-change request.
 struct RspHandlerNode {
     RspHandlerNode* next;
-    int32_t clReqId;                  // the HAL's `wifi_request_id`
-    uint32_t varnReqId;               // the client request id
-    eVARNRequestType reqType;         // 9, 12 or 14
-    RspHandlerRecord handler;         // copied by value
+    int32_t clReqId;           // the HAL's `wifi_request_id`
+    uint32_t varnReqId;        // the client request id
+    eVARNRequestType reqType;  // 9, 12 or 14
+    RspHandlerRecord handler;  // copied by value
 };
 
 // Bandwidth requested for one ranging target, kept while bandwidth-mismatch

@@ -60,14 +60,14 @@ VEL_LOC_FW_EXPORT void FREE_RTT_RESULTS(wifi_rtt_result_v2* results);
 // Name tables for log texts, indexed by value
 // ---------------------------------------------------------------------------
 
-VEL_LOC_FW_EXPORT extern const char* const BW_STR[4];               // client bandwidth code
-VEL_LOC_FW_EXPORT extern const char* const NODE_STR[3];             // node type
-VEL_LOC_FW_EXPORT extern const char* const PREAMBLE_STR[4];         // client preamble
-VEL_LOC_FW_EXPORT extern const char* const RTT_STR[3];              // client RTT type
-VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_RTT_STR[2];      // wifi_rtt_type - 1
-VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_PREAMBLE_STR[6]; // wifi_rate.preamble
-VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_NSS_STR[4];      // wifi_rate.nss
-VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_BW[8];           // wifi_channel_width
-VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_PEER_STR[7];     // peer type
-VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_STATUS[18];      // wifi_rtt_status
-VEL_LOC_FW_EXPORT extern const char* const TARGET_STATUS[12];       // eVARNTargetStatus
+VEL_LOC_FW_EXPORT extern const char* const BW_STR[4];                // client bandwidth code
+VEL_LOC_FW_EXPORT extern const char* const NODE_STR[3];              // node type
+VEL_LOC_FW_EXPORT extern const char* const PREAMBLE_STR[4];          // client preamble
+VEL_LOC_FW_EXPORT extern const char* const RTT_STR[3];               // client RTT type
+VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_RTT_STR[2];       // wifi_rtt_type - 1
+VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_PREAMBLE_STR[6];  // wifi_rate.preamble
+VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_NSS_STR[4];       // wifi_rate.nss
+VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_BW[8];            // wifi_channel_width
+VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_PEER_STR[7];      // peer type
+VEL_LOC_FW_EXPORT extern const char* const WIFIHAL_STATUS[18];       // wifi_rtt_status
+VEL_LOC_FW_EXPORT extern const char* const TARGET_STATUS[12];        // eVARNTargetStatus

@@ -49,11 +49,11 @@ inline BssidDigits bssidDigits(const VARNMacAddress& mac) {
     } while (0)
 
 // Per-frame debug lines: skipped before formatting when debug cannot pass.
-#define VARN_LOG_DEBUG(tag, ...)                                                          \
-    do {                                                                                  \
-        if (vel_loc_fw::is_log_level_enabled(tag, vel_loc_fw::EL_DEBUG)) {                \
-            vel_loc_fw::log_debug(tag, __VA_ARGS__);                                      \
-        }                                                                                 \
+#define VARN_LOG_DEBUG(tag, ...)                                           \
+    do {                                                                   \
+        if (vel_loc_fw::is_log_level_enabled(tag, vel_loc_fw::EL_DEBUG)) { \
+            vel_loc_fw::log_debug(tag, __VA_ARGS__);                       \
+        }                                                                  \
     } while (0)
 
 // The twelve characters of `BssidDigits` as printf arguments.

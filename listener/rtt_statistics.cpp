@@ -59,8 +59,8 @@ void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mea
                                                frame->tx_rate.bandwidth, frame->rx_rate.bandwidth)
                         : 1.0f;
         VARN_LOG_DEBUG(kTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
-                      "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
-                      static_cast<double>(factor));
+                       "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
+                       static_cast<double>(factor));
         const float weighted = factor * static_cast<float>(frame->rtt_ps);
         sum += weighted;
         count += factor;

@@ -44,9 +44,7 @@ void printVarnResponse(const vel_loc_fw::vector<VARNScanMeasurement*>& measureme
 }
 
 // A response's HAL request id is -1 (0xFFFFFFFF) when none is pending.
-bool noHalId(int32_t hal_id) {
-    return static_cast<uint32_t>(hal_id) > 0xFFFFFFFEu;
-}
+bool noHalId(int32_t hal_id) { return static_cast<uint32_t>(hal_id) > 0xFFFFFFFEu; }
 
 template <typename Fn>
 void* callbackAddress(Fn fn) {
@@ -64,8 +62,8 @@ wifi_rtt_result* v1Element(wifi_rtt_result_v2* element) { return &element->rtt_r
 template <typename Result>
 bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
                        wifi_rtt_result_v2* results, uint32_t count,
-                       Result* (*element)(wifi_rtt_result_v2*),
-                       int32_t (*find_hal_id)(uint32_t), uint32_t varn_req_id, int32_t* hal_id) {
+                       Result* (*element)(wifi_rtt_result_v2*), int32_t (*find_hal_id)(uint32_t),
+                       uint32_t varn_req_id, int32_t* hal_id) {
     auto** pointers = static_cast<Result**>(malloc(count * sizeof(Result*)));
     if (pointers == nullptr && count != 0) {
         fw::log_error(kTag, "%s", kDropAllocation);

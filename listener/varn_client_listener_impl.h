@@ -84,22 +84,20 @@ class VARNClientListenerImpl : public VARNClientListener {
     // ---- RTT distance statistics ----
 
     // Weight of one frame for the weighted mean.
-    static float getRTTWeightedFactor(uint8_t tx_preamble, uint8_t rx_preamble,
-                                      uint8_t tx_bw, uint8_t rx_bw);
+    static float getRTTWeightedFactor(uint8_t tx_preamble, uint8_t rx_preamble, uint8_t tx_bw,
+                                      uint8_t rx_bw);
     // Mean of the frames' RTTs, weighted when `g_weighted_mean` is set; leaves
     // `mean` unchanged when every weight is zero.
     static void computeMean(const VARNFrameList& frames, float& mean);
     // Median of the `count` (> 0) `values`, which it sorts ascending.
     static int32_t computeMedian(int32_t* values, uint32_t count);
-    static void computeStats(const VARNFrameList& frames, float& mean, int32_t& max,
-                             int32_t& min, int32_t& spread, int32_t& stdev, int32_t& median,
-                             bool with_median);
+    static void computeStats(const VARNFrameList& frames, float& mean, int32_t& max, int32_t& min,
+                             int32_t& spread, int32_t& stdev, int32_t& median, bool with_median);
     // Removes outliers around `median` (or frames off the requested bandwidth
     // when `g_discard_bw_mis_match` is set) from `frames` and recomputes the
     // statistics over the rest.
     void filterOutliers(VARNFrameList& frames, float& mean, int32_t& max, int32_t& min,
-                        int32_t& spread, int32_t& stdev, int32_t& median,
-                        int32_t requested_bw);
+                        int32_t& spread, int32_t& stdev, int32_t& median, int32_t requested_bw);
     // Writes `rtt`, `rtt_sd` and `rtt_spread` of `result` from the frames of
     // `measurement`, choosing between the two receive chains.
     void computeRttMetrics(wifi_rtt_result_v2* result, const VARNScanMeasurement* measurement,

@@ -20,9 +20,7 @@ constexpr const char kTag[] = "InPostcard";
 
 InPostcard::~InPostcard() = default;
 
-InPostcard* InPostcard::createInstance() {
-    return new (std::nothrow) InPostcardImpl();
-}
+InPostcard* InPostcard::createInstance() { return new (std::nothrow) InPostcardImpl(); }
 
 InPostcard* InPostcard::createInstance(InMemoryStream* stream) {
     return new (std::nothrow) InPostcardImpl(stream);
@@ -54,9 +52,7 @@ InPostcardImpl::InPostcardImpl(OutPostcard* out) {
     state_ = 1;
 }
 
-InPostcardImpl::~InPostcardImpl() {
-    delete stream_;
-}
+InPostcardImpl::~InPostcardImpl() { delete stream_; }
 
 int InPostcardImpl::init(const void* buffer, size_t size, bool takeOwnership) {
     int result = 0;
@@ -87,9 +83,7 @@ int InPostcardImpl::skipValueByType(unsigned short type) {
     int result = 0;
     size_t width = 0;
     switch (type) {
-        case FIELD_TYPE_INVALID:
-            result = 100;
-            break;
+        case FIELD_TYPE_INVALID: result = 100; break;
         case FIELD_TYPE_CARD:
         case FIELD_TYPE_STRING: {
             // For a card this is the nested postcard's own body length, so the
@@ -106,23 +100,15 @@ int InPostcardImpl::skipValueByType(unsigned short type) {
         }
         case FIELD_TYPE_INT64:
         case FIELD_TYPE_UINT64:
-        case FIELD_TYPE_DOUBLE:
-            width = 8;
-            break;
+        case FIELD_TYPE_DOUBLE: width = 8; break;
         case FIELD_TYPE_INT32:
         case FIELD_TYPE_UINT32:
-        case FIELD_TYPE_FLOAT:
-            width = 4;
-            break;
+        case FIELD_TYPE_FLOAT: width = 4; break;
         case FIELD_TYPE_INT16:
-        case FIELD_TYPE_UINT16:
-            width = 2;
-            break;
+        case FIELD_TYPE_UINT16: width = 2; break;
         case FIELD_TYPE_INT8:
         case FIELD_TYPE_UINT8:
-        case FIELD_TYPE_BOOL:
-            width = 1;
-            break;
+        case FIELD_TYPE_BOOL: width = 1; break;
         case FIELD_TYPE_BLOB:
         case FIELD_TYPE_ARRAY_INT64:
         case FIELD_TYPE_ARRAY_UINT64:
@@ -145,9 +131,7 @@ int InPostcardImpl::skipValueByType(unsigned short type) {
             }
             break;
         }
-        default:
-            result = 101;
-            break;
+        default: result = 101; break;
     }
     if (result == 0 && stream_->extract(nullptr, width) != 0) result = 3;
     if (result != 0) log_error(kTag, "skipValueByType failed %d, type %u", result, type);
@@ -160,6 +144,7 @@ namespace {
 // kLengthPrefixed for a length word and that many bytes, 0 for codes that are
 // refused.
 constexpr uint8_t kLengthPrefixed = 0xFF;
+// clang-format off
 constexpr uint8_t kValueLayout[] = {
         0, kLengthPrefixed, 0, 0, 0, 0, 0, 0, 0, 0,                        // 0-9
         8, 8, 4, 4, 2, 2, 1, 1, 1, kLengthPrefixed,                          // 10-19
@@ -168,6 +153,7 @@ constexpr uint8_t kValueLayout[] = {
         kLengthPrefixed, kLengthPrefixed, kLengthPrefixed, kLengthPrefixed,  // 34-37
         kLengthPrefixed, kLengthPrefixed, kLengthPrefixed,                   // 38-40
 };
+// clang-format on
 
 // Bytes taken by a value of `type` that starts at `value`, with `room` bytes
 // left in the buffer, or 0 when the value cannot be skipped plainly (refused
@@ -228,8 +214,8 @@ int InPostcardImpl::findField(unsigned short type, const char* name, int index) 
                 stream_->setGetCursor(value_pos);
                 return 0;
             }
-            const uint64_t width = plain_value_width(field_type, bytes + value_pos,
-                                                     size - value_pos);
+            const uint64_t width =
+                    plain_value_width(field_type, bytes + value_pos, size - value_pos);
             if (width == 0 || width > size - value_pos) break;
             if (match) ++matches;
             pos = value_pos + width;
@@ -502,9 +488,7 @@ int InPostcardImpl::getPtr(const char* name, void*& value) {
 
 namespace {
 
-int optional_result(int result) {
-    return result == -1 ? 0 : result;
-}
+int optional_result(int result) { return result == -1 ? 0 : result; }
 
 }  // namespace
 

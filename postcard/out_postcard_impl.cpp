@@ -21,13 +21,9 @@ constexpr size_t kMaxNameLength = 255;
 PostcardBase::~PostcardBase() = default;
 OutPostcard::~OutPostcard() = default;
 
-OutPostcard* OutPostcard::createInstance() {
-    return new (std::nothrow) OutPostcardImpl();
-}
+OutPostcard* OutPostcard::createInstance() { return new (std::nothrow) OutPostcardImpl(); }
 
-OutPostcardImpl::~OutPostcardImpl() {
-    delete stream_;
-}
+OutPostcardImpl::~OutPostcardImpl() { delete stream_; }
 
 int OutPostcardImpl::init() {
     int result = 0;
@@ -135,13 +131,12 @@ int OutPostcardImpl::addBlobWithType(const char* name, eFieldType type, const vo
     int result = checkAdd(name, &name_length);
     if (result == 0 && data == nullptr) result = 6;
     const uint32_t length_word = static_cast<uint32_t>(length);
-    if (result == 0 && !writeRecord(type, name, name_length,
-                                    writeLength ? &length_word : nullptr, data, length)) {
+    if (result == 0 &&
+        !writeRecord(type, name, name_length, writeLength ? &length_word : nullptr, data, length)) {
         const int failed_piece = appendHeader(type, name, name_length);
         if (failed_piece != 0) {
             result = 7 + failed_piece;
-        } else if (writeLength &&
-                   stream_->append(&length_word, sizeof(length_word)) != 0) {
+        } else if (writeLength && stream_->append(&length_word, sizeof(length_word)) != 0) {
             result = 11;
         } else if (stream_->append(data, length) != 0) {
             result = 12;
@@ -159,8 +154,7 @@ int OutPostcardImpl::addArray(const char* name, eFieldType type, int count, cons
     if (result == 0 && count < 1) result = 7;
     const size_t byte_length = result == 0 ? static_cast<size_t>(count) * sizeof(T) : 0;
     const uint32_t length_word = static_cast<uint32_t>(byte_length);
-    if (result == 0 &&
-        !writeRecord(type, name, name_length, &length_word, values, byte_length)) {
+    if (result == 0 && !writeRecord(type, name, name_length, &length_word, values, byte_length)) {
         const int failed_piece = appendHeader(type, name, name_length);
         if (failed_piece != 0) {
             result = 7 + failed_piece;
@@ -177,30 +171,22 @@ int OutPostcardImpl::addArray(const char* name, eFieldType type, int count, cons
 int OutPostcardImpl::addDouble(const char* name, double value) {
     return add(name, DoubleNode(value));
 }
-int OutPostcardImpl::addFloat(const char* name, float value) {
-    return add(name, FloatNode(value));
-}
+int OutPostcardImpl::addFloat(const char* name, float value) { return add(name, FloatNode(value)); }
 int OutPostcardImpl::addInt64(const char* name, long long value) {
     return add(name, Int64Node(value));
 }
 int OutPostcardImpl::addUInt64(const char* name, unsigned long long value) {
     return add(name, UInt64Node(value));
 }
-int OutPostcardImpl::addInt32(const char* name, int value) {
-    return add(name, Int32Node(value));
-}
+int OutPostcardImpl::addInt32(const char* name, int value) { return add(name, Int32Node(value)); }
 int OutPostcardImpl::addUInt32(const char* name, unsigned int value) {
     return add(name, UInt32Node(value));
 }
-int OutPostcardImpl::addInt16(const char* name, short value) {
-    return add(name, Int16Node(value));
-}
+int OutPostcardImpl::addInt16(const char* name, short value) { return add(name, Int16Node(value)); }
 int OutPostcardImpl::addUInt16(const char* name, unsigned short value) {
     return add(name, UInt16Node(value));
 }
-int OutPostcardImpl::addInt8(const char* name, char value) {
-    return add(name, Int8Node(value));
-}
+int OutPostcardImpl::addInt8(const char* name, char value) { return add(name, Int8Node(value)); }
 int OutPostcardImpl::addUInt8(const char* name, unsigned char value) {
     return add(name, UInt8Node(value));
 }
@@ -258,8 +244,7 @@ int OutPostcardImpl::addArrayFloat(const char* name, int count, const float* val
 int OutPostcardImpl::addArrayInt64(const char* name, int count, const long long* values) {
     return addArray(name, FIELD_TYPE_ARRAY_INT64, count, values);
 }
-int OutPostcardImpl::addArrayUInt64(const char* name, int count,
-                                    const unsigned long long* values) {
+int OutPostcardImpl::addArrayUInt64(const char* name, int count, const unsigned long long* values) {
     return addArray(name, FIELD_TYPE_ARRAY_UINT64, count, values);
 }
 int OutPostcardImpl::addArrayInt32(const char* name, int count, const int* values) {

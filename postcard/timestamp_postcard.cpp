@@ -39,8 +39,8 @@ int Timestamp::insert_into_postcard(OutPostcard* out, const char* name) const {
         // Seconds and nanoseconds travel as their low 32 bits, a format the
         // readers on the other side depend on.
         result = 12;
-    } else if (card->addInt32(kNanosecondsField,
-                              static_cast<int>(getTimestampPtr()->tv_nsec)) != 0) {
+    } else if (card->addInt32(kNanosecondsField, static_cast<int>(getTimestampPtr()->tv_nsec)) !=
+               0) {
         result = 13;
     } else if (card->finalize() != 0) {
         result = 14;

@@ -89,8 +89,7 @@ uint32_t nextReqId() {
     if (req_id == UINT32_MAX) {
         // Wrapping would hand out ids the service may still have pending, and
         // responses would reach the wrong request.
-        vel_loc_fw::log_error(kWifiHalTag, "%s: request id space exhausted (%u)", __func__,
-                              req_id);
+        vel_loc_fw::log_error(kWifiHalTag, "%s: request id space exhausted (%u)", __func__, req_id);
         abort();
     }
     return ++req_id;
@@ -108,9 +107,7 @@ int32_t findRttHalReqId(uint32_t varnReqId) {
     return node != nullptr ? node->clReqId : -1;
 }
 
-int32_t getWiFiHalReqId(uint32_t varnReqId) {
-    return findRttHalReqId(varnReqId);
-}
+int32_t getWiFiHalReqId(uint32_t varnReqId) { return findRttHalReqId(varnReqId); }
 
 void deleteWiFiHalReq(uint32_t clReqId) {
     BookkeepingLock lock;

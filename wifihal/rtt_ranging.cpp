@@ -100,8 +100,7 @@ void printWiFiHalRequest(wifi_request_id id, unsigned num, const wifi_rtt_config
 }
 
 void printVarnRequest(uint32_t request_id, const vel_loc_fw::vector<VARNPeriodicNodeInfo>& nodes) {
-    log_debug(kWifiHalTag, "%s: Request_id: %u, numBssids: %u", __func__, request_id,
-              nodes.size());
+    log_debug(kWifiHalTag, "%s: Request_id: %u, numBssids: %u", __func__, request_id, nodes.size());
     for (const VARNPeriodicNodeInfo& n : nodes) {
         log_debug(kWifiHalTag,
                   "%s: freq(%u)MHz, band_center_freq1(%u)MHz, band_center_freq2(%u)MHz, "
@@ -137,8 +136,7 @@ bool checkNode(const wifi_rtt_config& c) {
     }
     // Only single-shot ranging is offered.
     if (c.num_burst != 0) {
-        log_debug(kWifiHalTag, "%s: num_burst (%d) not 0", kCheckFn,
-                  static_cast<int>(c.num_burst));
+        log_debug(kWifiHalTag, "%s: num_burst (%d) not 0", kCheckFn, static_cast<int>(c.num_burst));
         return false;
     }
     if (c.burst_period != 0) {

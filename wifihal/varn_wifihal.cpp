@@ -133,6 +133,4 @@ wifi_error varn_wifihal_destroy(void) {
     return WIFI_SUCCESS;
 }
 
-const varn_wifihal_cb_table_t* varn_wifihal_get_cb_table(void) {
-    return &varn_wifihal_cb_table;
-}
+const varn_wifihal_cb_table_t* varn_wifihal_get_cb_table(void) { return &varn_wifihal_cb_table; }

@@ -34,8 +34,7 @@ class VEL_LOC_FW_EXPORT ConfigFile {
     // Copies the stored text, or `defaultValue` when not found, into a new
     // array that the caller releases with delete[]. Returns 1000 when not
     // found and `defaultValue` is null.
-    virtual int getStringDup(const char* name, const char** value,
-                             const char* defaultValue) = 0;
+    virtual int getStringDup(const char* name, const char** value, const char* defaultValue) = 0;
     // strtol() in base 0. 101 empty, 102 at the limit of long, 103 errno set,
     // 104 characters after the number, 105 outside 32 bits. `value` is left
     // untouched on every failure.
@@ -51,8 +50,7 @@ class VEL_LOC_FW_EXPORT ConfigFile {
     // strtod(). 101 empty, 102 errno set, 103 characters after the number.
     virtual int getDouble(const char* name, double& value) = 0;
     // As getDouble(), storing `defaultValue` when the name is not found.
-    virtual int getDoubleDefault(const char* name, double& value,
-                                 const double& defaultValue) = 0;
+    virtual int getDoubleDefault(const char* name, double& value, const double& defaultValue) = 0;
 
     // Parses `path`. A line, newline included, must be shorter than
     // `maxLineLength`. With `verbose` every line is traced at debug and

@@ -143,8 +143,7 @@ class VEL_LOC_FW_EXPORT OutPostcard : public PostcardBase {
     virtual int addArrayDouble(const char* name, int count, const double* values) = 0;
     virtual int addArrayFloat(const char* name, int count, const float* values) = 0;
     virtual int addArrayInt64(const char* name, int count, const long long* values) = 0;
-    virtual int addArrayUInt64(const char* name, int count,
-                               const unsigned long long* values) = 0;
+    virtual int addArrayUInt64(const char* name, int count, const unsigned long long* values) = 0;
     virtual int addArrayInt32(const char* name, int count, const int* values) = 0;
     virtual int addArrayUInt32(const char* name, int count, const unsigned int* values) = 0;
     virtual int addArrayInt16(const char* name, int count, const short* values) = 0;

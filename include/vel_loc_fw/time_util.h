@@ -113,8 +113,8 @@ class VEL_LOC_FW_EXPORT Timestamp {
     static Timestamp retrieve_from_postcard(InPostcard* in, const char* name);
 
   private:
-    bool valid_;      // kept in a 32-bit slot by the alignment of `clock_id_`
-    int clock_id_;    // -1 while invalid
+    bool valid_;    // kept in a 32-bit slot by the alignment of `clock_id_`
+    int clock_id_;  // -1 while invalid
     timespec time_;
 };
 
