@@ -16,7 +16,7 @@ namespace varn_listener {
 // Tag of every log line of the listener.
 constexpr const char* kTag = "VARNClientListener";
 // Tag of the background-scan conversions, shared with the entry layer.
-constexpr const char* kWifiHalTag = "VARN-WIFIHAL-2.1.1.25";
+constexpr const char* kWifiHalTag = "VARN-WIFIHAL-" VARN_WIFIHAL_VERSION;
 
 // Twelve lower-case hexadecimal digits of a BSSID, for the "%c%c:..." log
 // formats. Not NUL-terminated.

@@ -12,7 +12,7 @@
 #include <varn_wifihal.h>
 
 // Log tag of the entry layer; also the library's version string.
-constexpr const char* kWifiHalTag = "VARN-WIFIHAL-2.1.1.25";
+constexpr const char* kWifiHalTag = "VARN-WIFIHAL-" VARN_WIFIHAL_VERSION;
 
 // Tag of the HAL-to-client conversion helpers.
 constexpr const char* kWifiHalIfTag = "VARN_WIFIHAL_IF";

@@ -982,6 +982,11 @@ bool Simulator::bgscanActive() const {
 VARNClient* VARNClient::createInstance(VARNClientListener* listener, bool async_responses,
                                        eVARNLogLevel log_level) {
     (void)async_responses;
+    // The client library logs through its own private copy of the framework:
+    // its level is the one asked for here, not the host process's.
+    const int32_t level = std::min<int32_t>(std::max<int32_t>(log_level, VARN_LOG_OFF),
+                                            VARN_LOG_VERBOSE);
+    vel_loc_fw::log_set_global_level(static_cast<vel_loc_fw::ERROR_LEVEL>(level));
     varn_sim::Simulator::State& state = varn_sim::Simulator::instance().state();
     {
         std::lock_guard<std::mutex> lock(state.mu);
