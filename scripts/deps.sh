@@ -5,10 +5,12 @@
 VARN_BUILD_PACKAGES=(cmake ninja-build g++ pkg-config android-liblog-dev)
 # Everything the full test suite uses on top: clang with its sanitizer and
 # fuzzer runtimes, GoogleTest and Google Benchmark, msgpack-c for the postcard
-# benchmark, and the arm64 cross toolchain with qemu and the arm64 libraries.
+# benchmark, the arm64 cross toolchain with qemu and the arm64 libraries, and
+# the formatters of Android.bp (bpfmt) and of the C++ code.
 VARN_TEST_PACKAGES=(clang libclang-rt-14-dev googletest libgtest-dev libgmock-dev
                     libbenchmark-dev libmsgpack-dev g++-aarch64-linux-gnu qemu-user
-                    android-liblog-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64)
+                    android-liblog-dev:arm64 libgtest-dev:arm64 libgmock-dev:arm64
+                    blueprint-tools clang-format)
 
 varn_as_root() {
     if [ "$(id -u)" -eq 0 ]; then "$@"; else sudo "$@"; fi

@@ -5,8 +5,11 @@
 #   3. the concurrency stress tests under ThreadSanitizer (clang);
 #   4. the fuzz targets (libFuzzer, ASan + UBSan), about 20 s each;
 #   5. the test suite cross-built for arm64 and run under qemu-aarch64;
-#   6. the installed CMake package used by a consumer project, and the exported
-#      symbols of libvarn_wifihal.so.
+#   6. the installed CMake package (the library's NEEDED platform libraries, a
+#      HAL-style dlopen, two consumer projects) and the exported symbols of
+#      libvarn_wifihal.so;
+#   7. Android.bp against the CMake build (sources, flags, version, bpfmt) and
+#      the library's formatting (clang-format).
 # Build trees go to out/ (override with VARN_OUT). Exit status is non-zero when
 # anything failed.
 set -u
@@ -112,7 +115,7 @@ fi
 # 6: the installed package and the exported interface.
 if configure_and_build release -DCMAKE_BUILD_TYPE=Release -DVARN_BUILD_TESTS=OFF; then
     if "$ROOT/scripts/check_package.sh" "$OUT/release" "$OUT/package" >"$OUT/package.log" 2>&1; then
-        pass 1; echo "   package: a consumer builds and runs against the installed package"
+        pass 1; echo "   package: loaded by dlopen, two consumers build and run against it"
     else
         fail 1 "package"; tail -30 "$OUT/package.log"
     fi
@@ -121,6 +124,19 @@ if configure_and_build release -DCMAKE_BUILD_TYPE=Release -DVARN_BUILD_TESTS=OFF
     else
         fail 1 "exports"; cat "$OUT/exports.log"
     fi
+fi
+
+# 7: the Android build description and the code's formatting.
+echo "== [static] Android.bp and formatting"
+if "$ROOT/scripts/check_android_bp.sh" >"$OUT/android_bp.log" 2>&1; then
+    pass 1; echo "   $(tail -1 "$OUT/android_bp.log")"
+else
+    fail 1 "Android.bp"; cat "$OUT/android_bp.log"
+fi
+if "$ROOT/scripts/check_format.sh" >"$OUT/format.log" 2>&1; then
+    pass 1; echo "   $(tail -1 "$OUT/format.log")"
+else
+    fail 1 "format"; head -40 "$OUT/format.log"
 fi
 
 echo
