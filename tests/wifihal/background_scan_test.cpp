@@ -10,8 +10,8 @@
 #include <algorithm>
 #include <cmath>
 #include <functional>
+#include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,45 +25,31 @@
 namespace wifihal_test {
 namespace {
 
-// What reached the HAL's handlers, on the service thread.
-struct Seen {
-    std::mutex mutex;
-    std::vector<std::string> full;          // SSIDs of full results
-    std::vector<int> events;                // scan events
-    std::vector<std::string> found, lost;   // SSIDs
-    std::vector<std::vector<int>> changes;  // per changed AP: channel, then RSSI samples
-    std::vector<int> ids;                   // HAL request ids, in call order
-    std::thread::id hotlist_thread;
-} g_seen;
+// What reached the HAL's handlers, on the service thread: one entry per
+// call and result, "<HAL id> <kind> <what>".
+std::mutex g_mutex;
+std::vector<std::string> g_calls;
+std::thread::id g_hotlist_thread;
 
-void onFull(wifi_request_id id, wifi_scan_result* r, unsigned) {
-    std::lock_guard<std::mutex> lock(g_seen.mutex);
-    g_seen.full.push_back(r->ssid);
-    g_seen.ids.push_back(id);
+void record(wifi_request_id id, const char* kind, const std::string& what) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_calls.push_back(std::to_string(id) + " " + kind + " " + what);
 }
-void onEvent(wifi_request_id id, wifi_scan_event e) {
-    std::lock_guard<std::mutex> lock(g_seen.mutex);
-    g_seen.events.push_back(e);
-    g_seen.ids.push_back(id);
-}
-void hotlist(std::vector<std::string>& to, wifi_request_id id, unsigned n, wifi_scan_result* r) {
-    std::lock_guard<std::mutex> lock(g_seen.mutex);
-    for (unsigned i = 0; i < n; ++i) to.push_back(r[i].ssid);
-    g_seen.ids.push_back(id);
-    g_seen.hotlist_thread = std::this_thread::get_id();
-}
+void onFull(wifi_request_id id, wifi_scan_result* r, unsigned) { record(id, "full", r->ssid); }
+void onEvent(wifi_request_id id, wifi_scan_event e) { record(id, "event", std::to_string(e)); }
 void onFound(wifi_request_id id, unsigned n, wifi_scan_result* r) {
-    hotlist(g_seen.found, id, n, r);
+    for (unsigned i = 0; i < n; ++i) record(id, "found", r[i].ssid);
+    g_hotlist_thread = std::this_thread::get_id();
 }
-void onLost(wifi_request_id id, unsigned n, wifi_scan_result* r) { hotlist(g_seen.lost, id, n, r); }
+void onLost(wifi_request_id id, unsigned n, wifi_scan_result* r) {
+    for (unsigned i = 0; i < n; ++i) record(id, "lost", r[i].ssid);
+}
 void onChange(wifi_request_id id, unsigned n, wifi_significant_change_result** r) {
-    std::lock_guard<std::mutex> lock(g_seen.mutex);
     for (unsigned i = 0; i < n; ++i) {
-        std::vector<int> change{r[i]->channel};
-        change.insert(change.end(), r[i]->rssi, r[i]->rssi + r[i]->num_rssi);
-        g_seen.changes.push_back(change);
+        std::string what = std::to_string(r[i]->channel);
+        for (int k = 0; k < r[i]->num_rssi; ++k) what += " " + std::to_string(r[i]->rssi[k]);
+        record(id, "change", what);
     }
-    g_seen.ids.push_back(id);
 }
 
 const wifi_scan_result_handler kScan{onFull, onEvent};
@@ -83,55 +69,43 @@ class BackgroundScanTest : public WifiHalTest {
         ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
         vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
         capture_.clear();
-        std::lock_guard<std::mutex> lock(g_seen.mutex);
-        g_seen.full.clear();
-        g_seen.events.clear();
-        g_seen.found.clear();
-        g_seen.lost.clear();
-        g_seen.changes.clear();
-        g_seen.ids.clear();
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_calls.clear();
     }
 };
 
 TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
-    // Every HAL band code 0..9 once, all 16 buckets of 16 channels.
+    // Every HAL band code 0..9; 16 buckets of 1..16 channels.
     const int kClientBand[10] = {0, 1, 2, 3, 4, 1, 6, 7, 1, 1};
-    wifi_scan_cmd_params params{};
-    params.base_period = 5000;
-    params.max_ap_per_scan = 24;
-    params.report_threshold_percent = 80;
-    params.report_threshold_num_scans = 6;
-    params.num_buckets = 16;
+    wifi_scan_cmd_params params{5000, 24, 80, 6, 16, {}};
     for (int b = 0; b < 16; ++b) {
         wifi_scan_bucket_spec& bucket = params.buckets[b];
-        bucket.bucket = b;
+        bucket = {b, {}, 1000 * (b + 1), REPORT_EVENTS_FULL_RESULTS, 300, 2, 3, b + 1, {}};
         setHalInt(bucket.band, b % 10);
-        bucket.period = 1000 * (b + 1);
-        bucket.report_events = REPORT_EVENTS_FULL_RESULTS;
-        bucket.max_period = 300;
-        bucket.base = 2;
-        bucket.step_count = 3;
-        bucket.num_channels = 16;
-        for (int c = 0; c < 16; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
+        for (int c = 0; c <= b; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
     }
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_start_gscan(7, nullptr, params, kScan));
 
-    const varn_sim::RecordedRequest sent = sim().lastRequest(VARN_REQ_BGSCAN_START);
-    ASSERT_NE(nullptr, sent.scan_params);
-    const VARNScanParams& p = *sent.scan_params;
-    EXPECT_EQ((std::vector<uint32_t>{5000, 24, 80, 6, 16}),
-              (std::vector<uint32_t>{p.base_period, p.max_ap_per_scan, p.report_threshold_percent,
-                                     p.report_threshold_num_scans, p.num_buckets}));
+    const std::shared_ptr<VARNScanParams> p = sim().lastRequest(VARN_REQ_BGSCAN_START).scan_params;
+    ASSERT_NE(nullptr, p);
+    EXPECT_EQ(
+            (std::vector<uint32_t>{5000, 24, 80, 6, 16}),
+            (std::vector<uint32_t>{p->base_period, p->max_ap_per_scan, p->report_threshold_percent,
+                                   p->report_threshold_num_scans, p->num_buckets}));
     for (int b = 0; b < 16; ++b) {
-        const VARNScanBucketSpec& s = p.buckets[b];
+        const VARNScanBucketSpec& s = p->buckets[b];
         EXPECT_EQ(kClientBand[b % 10], s.band) << "bucket " << b;
-        EXPECT_EQ((std::vector<uint32_t>{uint32_t(b), 1000u * (b + 1), 2, 300, 2, 3, 16}),
+        EXPECT_EQ((std::vector<uint32_t>{uint32_t(b), 1000u * (b + 1), 2, 300, 2, 3, b + 1u}),
                   (std::vector<uint32_t>{s.bucket, s.period, s.report_events, s.max_period, s.base,
                                          s.step_count, s.num_channels}));
-        EXPECT_EQ(5480u, s.channels[15].channel);
-        EXPECT_EQ(55u, s.channels[15].dwell_time_ms);
-        EXPECT_EQ(1, s.channels[15].passive);
+        const VARNScanChannelSpec& last = s.channels[b];
+        EXPECT_EQ((std::vector<uint32_t>{5180u + 20 * b, 40u + b, b & 1u}),
+                  (std::vector<uint32_t>{last.channel, last.dwell_time_ms, last.passive}));
+        if (b < 15) {
+            EXPECT_EQ(0u, s.channels[b + 1].channel);
+        }
     }
+    EXPECT_EQ(136u, capture_.count("  channel("));
     EXPECT_TRUE(capture_.contains("  channel(5480), dwellTimeMs(55), passive(1)"));
     EXPECT_TRUE(capture_.contains("varn_wifihal_start_gscan: clReqId(7), varnReqId(1)"));
 }
@@ -140,26 +114,18 @@ TEST_F(BackgroundScanTest, CountsBeyondTheRecordsEndTheProcess) {
     wifi_scan_cmd_params scan{};
     wifi_bssid_hotlist_params hot{};
     wifi_significant_change_params change{};
-    const struct {
-        const char* name;
-        std::function<void()> mutate;
-    } kCases[] = {
-            {"17 buckets", [&] { scan.num_buckets = 17; }},
-            {"negative buckets", [&] { scan.num_buckets = -1; }},
-            {"17 channels",
-             [&] {
-                 scan.num_buckets = 2;
-                 scan.buckets[1].num_channels = 17;
-             }},
-            {"129 hotlist APs", [&] { hot.num_bssid = 129; }},
-            {"65 significant-change APs", [&] { change.num_bssid = 65; }},
+    const std::function<void()> kCases[] = {
+            [&] { scan.num_buckets = 17; },
+            [&] { scan.num_buckets = -1; },
+            [&] { scan.num_buckets = 2, scan.buckets[1].num_channels = 17; },
+            [&] { hot.num_bssid = 129; },
+            [&] { change.num_bssid = 65; },
     };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& mutate : kCases) {
         scan = {};
         hot = {};
         change = {};
-        c.mutate();
+        mutate();
         EXPECT_DEATH(
                 {
                     varn_wifihal_start_gscan(1, nullptr, scan, kScan);
@@ -171,10 +137,8 @@ TEST_F(BackgroundScanTest, CountsBeyondTheRecordsEndTheProcess) {
 }
 
 TEST_F(BackgroundScanTest, ApListsAreConvertedAndDumpedMasked) {
-    wifi_bssid_hotlist_params hot{};
-    hot.lost_ap_sample_size = 3;
-    hot.num_bssid = 128;
-    wifi_significant_change_params change{4, 5, 6, 64, {}};
+    wifi_bssid_hotlist_params hot{3, 127, {}};
+    wifi_significant_change_params change{4, 5, 6, 63, {}};
     for (int i = 0; i < 128; ++i) {
         setBssid(hot.ap[i].bssid, static_cast<uint8_t>(i));
         hot.ap[i].low = i == 7 ? 40000 : -80;  // narrowed to 16 bits
@@ -188,20 +152,21 @@ TEST_F(BackgroundScanTest, ApListsAreConvertedAndDumpedMasked) {
     const auto h = sim().lastRequest(VARN_REQ_HOTLIST_SET).hotlist_params;
     const auto s = sim().lastRequest(VARN_REQ_SIGNIFICANT_CHANGE_SET).significant_change_params;
     ASSERT_TRUE(h && s);
-    EXPECT_EQ(3, h->lost_ap_sample_size);
-    EXPECT_EQ(128, h->num_bssid);
-    EXPECT_EQ(VARNMacAddress(hot.ap[127].bssid), h->ap[127].bssid);
-    EXPECT_EQ(-25536, h->ap[7].low);
-    EXPECT_EQ(-40, h->ap[7].high);
-    EXPECT_EQ((std::vector<int>{4, 5, 6, 64}),
-              (std::vector<int>{s->rssi_sample_size, s->lost_ap_sample_size, s->min_breaching,
-                                s->num_bssid}));
-    EXPECT_EQ(VARNMacAddress(hot.ap[63].bssid), s->ap[63].bssid);
-    EXPECT_EQ(-80, s->ap[63].low);
+    EXPECT_EQ((std::vector<int>{3, 127, -25536, -40, 4, 5, 6, 63, -80}),
+              (std::vector<int>{h->lost_ap_sample_size, h->num_bssid, h->ap[7].low, h->ap[7].high,
+                                s->rssi_sample_size, s->lost_ap_sample_size, s->min_breaching,
+                                s->num_bssid, s->ap[62].low}));
+    EXPECT_EQ(VARNMacAddress(hot.ap[126].bssid), h->ap[126].bssid);
+    EXPECT_EQ(VARNMacAddress(hot.ap[62].bssid), s->ap[62].bssid);
+    // Only the given number of APs is sent and dumped.
+    EXPECT_EQ(VARNMacAddress(), h->ap[127].bssid);
+    EXPECT_EQ(VARNMacAddress(), s->ap[63].bssid);
+    EXPECT_EQ(2 * 127u, capture_.count(") low("));
+    EXPECT_EQ(63u, capture_.count("), low("));
     // The HAL's list and the converted one; full addresses only at platform debug level 5.
-    EXPECT_EQ(2u, capture_.count(" bssid(00:11:22:**:**:09) low(-80) high(-40)"));
-    EXPECT_TRUE(capture_.contains(" bssid(00:11:22:**:**:09), low(-80), high(-40)"));
-    EXPECT_TRUE(capture_.contains("reqId(1) lost_ap_sample_size(3) num_bssid(128)"));
+    EXPECT_EQ(2u, capture_.count(" bssid(00:11:22:**:**:00) low(-80) high(-40)"));
+    EXPECT_TRUE(capture_.contains(" bssid(00:11:22:**:**:00), low(-80), high(-40)"));
+    EXPECT_TRUE(capture_.contains("reqId(1) lost_ap_sample_size(3) num_bssid(127)"));
     varn_debug_level = 5;
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_set_bssid_hotlist(3, nullptr, hot, kHotlist));
     EXPECT_TRUE(capture_.contains(" bssid(00:11:22:33:44:09) low(-80) high(-40)"));
@@ -250,68 +215,21 @@ TEST_F(BackgroundScanTest, HandlersStayUntilTheirStopOrReset) {
     }
 }
 
-TEST_F(BackgroundScanTest, MissingOrForeignAnswersGiveUnknown) {
-    const char* const kNoStatus = "failed to get status from wifi driver";
-    const char* const kNullRsp = "NULL rsp from wifi driver";
-    const struct {
-        const char* name;
-        eVARNRequestType type;
-        const char* null_message;
-        std::function<wifi_error()> call;
-    } kCases[] = {
-            {"start_gscan", VARN_REQ_BGSCAN_START, kNoStatus,
-             [] { return varn_wifihal_start_gscan(1, nullptr, {}, kScan); }},
-            {"stop_gscan", VARN_REQ_BGSCAN_STOP, kNoStatus,
-             [] { return varn_wifihal_stop_gscan(1, nullptr); }},
-            {"set_bssid_hotlist", VARN_REQ_HOTLIST_SET, kNoStatus,
-             [] { return varn_wifihal_set_bssid_hotlist(1, nullptr, {}, kHotlist); }},
-            {"reset_bssid_hotlist", VARN_REQ_HOTLIST_CLEAR, kNullRsp,
-             [] { return varn_wifihal_reset_bssid_hotlist(1); }},
-            {"set_significant_change_handler", VARN_REQ_SIGNIFICANT_CHANGE_SET, kNullRsp,
-             [] { return varn_wifihal_set_significant_change_handler(1, nullptr, {}, kChange); }},
-            {"reset_significant_change_handler", VARN_REQ_SIGNIFICANT_CHANGE_CLEAR, kNoStatus,
-             [] { return varn_wifihal_reset_significant_change_handler(1, nullptr); }},
-    };
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        const std::string prefix = std::string("varn_wifihal_") + c.name + ": ";
-        capture_.clear();
-        sim().answerNextWithNull(c.type);
-        EXPECT_EQ(WIFI_ERROR_UNKNOWN, c.call());
-        EXPECT_TRUE(capture_.contains(prefix + c.null_message)) << capture_.dump();
-        // A successful answer of another kind is no answer either.
-        capture_.clear();
-        sim().answerNextWith(c.type, [](const VARNRequest& r) {
-            return new VARNResponse(r.getRequestId(), VARN_RSP_INVALID, VARN_RSP_STATUS_SUCCESS);
-        });
-        EXPECT_EQ(WIFI_ERROR_UNKNOWN, c.call());
-        EXPECT_TRUE(capture_.contains(prefix + kNoStatus)) << capture_.dump();
-    }
-}
-
 TEST_F(BackgroundScanTest, ScanLookupsOnlyFindTheirOwnKindOfHandler) {
-    // Response code 12 is shared by the hotlist answer and the significant-change event.
-    RspHandlerRecord hot{};
-    hot.hotlist = kHotlist;
-    RspHandlerRecord change{};
-    change.significant_change = kChange;
-    addRspHandler(31, 50, VARN_REQ_HOTLIST_SET, hot);
-    addRspHandler(32, 51, VARN_REQ_SIGNIFICANT_CHANGE_SET, change);
-    addRspHandler(33, 52, VARN_REQ_BGSCAN_START, hot);
-    for (uint32_t id : {50u, 51u, 52u}) {
-        int gscan_id = -1, hotlist_id = -1, change_id = -1;
-        wifi_scan_result_handler s{};
-        wifi_hotlist_ap_found_handler h{};
-        wifi_significant_change_handler c{};
-        getGscanEventHandler(gscan_id, id, &s);
-        getHotlistApEvtHandler(hotlist_id, id, &h);
-        getSigChangeEvtHandler(change_id, id, &c);
-        EXPECT_EQ((std::vector<int>{id == 52 ? 33 : -1, id == 50 ? 31 : -1, id == 51 ? 32 : -1}),
-                  (std::vector<int>{gscan_id, hotlist_id, change_id}))
-                << id;
-        EXPECT_EQ(id == 50, h.on_hotlist_ap_found == &onFound);
-        EXPECT_EQ(id == 51, c.on_significant_change == &onChange);
+    // Response code 12 is shared by the hotlist answer and the significant-change
+    // event: each look-up must pass nodes of another kind, even with the same client id.
+    for (auto type :
+         {VARN_REQ_BGSCAN_START, VARN_REQ_HOTLIST_SET, VARN_REQ_SIGNIFICANT_CHANGE_SET}) {
+        addRspHandler(type, 50, type, RspHandlerRecord{});
     }
+    int ids[3] = {-1, -1, -1};
+    wifi_scan_result_handler scan{};
+    wifi_hotlist_ap_found_handler hotlist{};
+    wifi_significant_change_handler change{};
+    getGscanEventHandler(ids[0], 50, &scan);
+    getHotlistApEvtHandler(ids[1], 50, &hotlist);
+    getSigChangeEvtHandler(ids[2], 50, &change);
+    EXPECT_EQ((std::vector<int>{9, 12, 14}), std::vector<int>(ids, ids + 3));
 }
 
 // One access point that stays, one that fades by 6 dB per scan and is gone
@@ -356,16 +274,25 @@ TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
     ASSERT_TRUE(sim().waitUntilDelivered());
 
     {
-        std::lock_guard<std::mutex> lock(g_seen.mutex);
-        EXPECT_EQ(9u, g_seen.full.size());
-        EXPECT_EQ(5, std::count(g_seen.full.begin(), g_seen.full.end(), "Office"));
-        EXPECT_EQ(std::vector<int>(5, WIFI_SCAN_RESULTS_AVAILABLE), g_seen.events);
-        EXPECT_EQ((std::vector<std::string>{"Office", "Cafe"}), g_seen.found);
-        EXPECT_EQ(std::vector<std::string>{"Cafe"}, g_seen.lost);
+        std::lock_guard<std::mutex> lock(g_mutex);
+        auto calls = [](const std::string& entry) {
+            return std::count(g_calls.begin(), g_calls.end(), entry);
+        };
+        // Office in every scan, Cafe in the first four; a completed scan each time.
+        EXPECT_EQ((std::vector<long>{5, 4, 5}),
+                  (std::vector<long>{calls("21 full Office"), calls("21 full Cafe"),
+                                     calls("21 event 0")}));
         const int faded = static_cast<int>(std::lround(sim().expectedRssiDbm(cafe, 1)));
-        EXPECT_EQ((std::vector<std::vector<int>>{{2462, faded}}), g_seen.changes);
-        EXPECT_EQ((std::set<int>{21, 22, 23}), std::set<int>(g_seen.ids.begin(), g_seen.ids.end()));
-        EXPECT_EQ(sim().serviceThreadId(), g_seen.hotlist_thread);
+        const std::vector<std::string> monitored = {"22 found Office", "22 found Cafe",
+                                                    "23 change 2462 " + std::to_string(faded),
+                                                    "22 lost Cafe"};
+        std::vector<std::string> others;
+        for (const std::string& c : g_calls) {
+            if (c.compare(0, 3, "21 ") != 0) others.push_back(c);
+        }
+        EXPECT_EQ(monitored, others);
+        EXPECT_EQ(18u, g_calls.size());
+        EXPECT_EQ(sim().serviceThreadId(), g_hotlist_thread);
     }
 
     // Five scans cached; the count is the smaller of those and the maximum.
