@@ -75,37 +75,41 @@ class BackgroundScanTest : public WifiHalTest {
 };
 
 TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
-    // Every HAL band code 0..9; 16 buckets of 1..16 channels.
+    // Every HAL band code 0..9; 15 buckets of 2..16 channels, and one beyond
+    // the count that must not be read.
     const int kClientBand[10] = {0, 1, 2, 3, 4, 1, 6, 7, 1, 1};
-    wifi_scan_cmd_params params{5000, 24, 80, 6, 16, {}};
-    for (int b = 0; b < 16; ++b) {
+    wifi_scan_cmd_params params{5000, 24, 80, 6, 15, {}};
+    params.buckets[15].num_channels = 99;
+    for (int b = 0; b < 15; ++b) {
         wifi_scan_bucket_spec& bucket = params.buckets[b];
-        bucket = {b, {}, 1000 * (b + 1), REPORT_EVENTS_FULL_RESULTS, 300, 2, 3, b + 1, {}};
+        bucket = {b, {}, 1000 * (b + 1), REPORT_EVENTS_FULL_RESULTS, 300, 2, 3, b + 2, {}};
         setHalInt(bucket.band, b % 10);
-        for (int c = 0; c <= b; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
+        for (int c = 0; c < b + 2; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
     }
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_start_gscan(7, nullptr, params, kScan));
 
     const std::shared_ptr<VARNScanParams> p = sim().lastRequest(VARN_REQ_BGSCAN_START).scan_params;
     ASSERT_NE(nullptr, p);
     EXPECT_EQ(
-            (std::vector<uint32_t>{5000, 24, 80, 6, 16}),
+            (std::vector<uint32_t>{5000, 24, 80, 6, 15}),
             (std::vector<uint32_t>{p->base_period, p->max_ap_per_scan, p->report_threshold_percent,
                                    p->report_threshold_num_scans, p->num_buckets}));
-    for (int b = 0; b < 16; ++b) {
+    for (int b = 0; b < 15; ++b) {
         const VARNScanBucketSpec& s = p->buckets[b];
         EXPECT_EQ(kClientBand[b % 10], s.band) << "bucket " << b;
-        EXPECT_EQ((std::vector<uint32_t>{uint32_t(b), 1000u * (b + 1), 2, 300, 2, 3, b + 1u}),
+        EXPECT_EQ((std::vector<uint32_t>{uint32_t(b), 1000u * (b + 1), 2, 300, 2, 3, b + 2u}),
                   (std::vector<uint32_t>{s.bucket, s.period, s.report_events, s.max_period, s.base,
                                          s.step_count, s.num_channels}));
-        const VARNScanChannelSpec& last = s.channels[b];
-        EXPECT_EQ((std::vector<uint32_t>{5180u + 20 * b, 40u + b, b & 1u}),
+        const VARNScanChannelSpec& last = s.channels[b + 1];
+        EXPECT_EQ((std::vector<uint32_t>{5200u + 20 * b, 41u + b, (b + 1) & 1u}),
                   (std::vector<uint32_t>{last.channel, last.dwell_time_ms, last.passive}));
-        if (b < 15) {
-            EXPECT_EQ(0u, s.channels[b + 1].channel);
+        if (b < 14) {
+            EXPECT_EQ(0u, s.channels[b + 2].channel);
         }
     }
-    EXPECT_EQ(136u, capture_.count("  channel("));
+    EXPECT_EQ(0u, p->buckets[15].num_channels);
+    EXPECT_EQ(15u, capture_.count(" bucket("));
+    EXPECT_EQ(135u, capture_.count("  channel("));
     EXPECT_TRUE(capture_.contains("  channel(5480), dwellTimeMs(55), passive(1)"));
     EXPECT_TRUE(capture_.contains("varn_wifihal_start_gscan: clReqId(7), varnReqId(1)"));
 }
@@ -117,7 +121,7 @@ TEST_F(BackgroundScanTest, CountsBeyondTheRecordsEndTheProcess) {
     const std::function<void()> kCases[] = {
             [&] { scan.num_buckets = 17; },
             [&] { scan.num_buckets = -1; },
-            [&] { scan.num_buckets = 2, scan.buckets[1].num_channels = 17; },
+            [&] { scan.num_buckets = 1, scan.buckets[0].num_channels = 17; },
             [&] { hot.num_bssid = 129; },
             [&] { change.num_bssid = 65; },
     };
@@ -298,6 +302,8 @@ TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
     // Five scans cached; the count is the smaller of those and the maximum.
     static wifi_cached_scan_results cached[8];
     int num = -1;
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cached_gscan_results(nullptr, 0, 0, cached, &num));
+    EXPECT_EQ(0, num);
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cached_gscan_results(nullptr, 0, 3, cached, &num));
     EXPECT_EQ(3, num);
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cached_gscan_results(nullptr, 1, 8, cached, &num));

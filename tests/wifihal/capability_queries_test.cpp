@@ -396,6 +396,8 @@ TEST_F(CapabilityQueriesTest, LocationInformationIsCopiedFieldByField) {
         EXPECT_EQ(std::string(length, 'x') + std::string(256 - length, '\0'),
                   std::string(got.civic_info, 256));
     }
+    // The civic text is logged as far as its 256 bytes go.
+    EXPECT_TRUE(capture_.contains("civic_info(" + std::string(256, 'x') + ")"));
     wifi_lcr_information lcr{{'U', 'S'}, -1, {}};
     EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_set_lcr(1, nullptr, &lcr));
     EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_set_lcr(1, nullptr, nullptr));
