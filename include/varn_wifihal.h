@@ -194,10 +194,9 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_stop_gscan(wifi_request_id id,
 // status as a wifi_error (nothing written), WIFI_ERROR_UNINITIALIZED while
 // down, WIFI_ERROR_INVALID_ARGS for a null output or a negative `max`,
 // WIFI_ERROR_UNKNOWN when the service does not answer.
-VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_cached_gscan_results(wifi_interface_handle iface,
-                                                                   byte flush, int max,
-                                                                   wifi_cached_scan_results* results,
-                                                                   int* num);
+VEL_LOC_FW_EXPORT wifi_error
+varn_wifihal_get_cached_gscan_results(wifi_interface_handle iface, byte flush, int max,
+                                      wifi_cached_scan_results* results, int* num);
 
 // Watches the BSSIDs of `params`; found/lost events go to `handler`. More
 // than 128 BSSIDs (or a negative count) ends the process. Not in the table.
@@ -217,8 +216,8 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_set_significant_change_handler(
 
 // Stops significant-change monitoring; `id` and `iface` are not used. Not in
 // the table.
-VEL_LOC_FW_EXPORT wifi_error varn_wifihal_reset_significant_change_handler(
-        wifi_request_id id, wifi_interface_handle iface);
+VEL_LOC_FW_EXPORT wifi_error
+varn_wifihal_reset_significant_change_handler(wifi_request_id id, wifi_interface_handle iface);
 
 }  // extern "C"
 

@@ -135,8 +135,7 @@ int getRttHandler(uint32_t varnReqId, wifi_rtt_event_handler* handler) {
 
 void getGscanEventHandler(int& clReqId, uint32_t varnReqId, wifi_scan_result_handler* handler) {
     RspHandlerNode node{};
-    if (!findRspHandler(__func__, varnReqId, VARN_REQ_BGSCAN_START, RspLookup::kWithSize,
-                        &node)) {
+    if (!findRspHandler(__func__, varnReqId, VARN_REQ_BGSCAN_START, RspLookup::kWithSize, &node)) {
         return;
     }
     clReqId = node.clReqId;

@@ -20,6 +20,26 @@ using vel_loc_fw::log_warning;
 // Usage rules sent with the LCI: retransmission allowed.
 constexpr uint32_t kLciUsageRules = 1;
 
+// Fills `*out` from the responder channel the service reported: width and
+// the three frequencies as given, preamble code 0..3 as the Android preamble
+// bit 1, 2, 4, 8 (any other code as legacy, 1, logged at debug level).
+void fillResponderInfo(const VARNResponderChannelInfo& info, wifi_rtt_responder* out) {
+    static const int32_t kPreambles[] = {WIFI_RTT_PREAMBLE_LEGACY, WIFI_RTT_PREAMBLE_HT,
+                                         WIFI_RTT_PREAMBLE_VHT, WIFI_RTT_PREAMBLE_HE};
+    setHalInt(out->channel.width, info.width);
+    out->channel.center_freq = info.center_freq;
+    out->channel.center_freq0 = info.center_freq0;
+    out->channel.center_freq1 = info.center_freq1;
+    int32_t preamble = WIFI_RTT_PREAMBLE_LEGACY;
+    if (info.preamble < 4) {
+        preamble = kPreambles[info.preamble];
+    } else {
+        log_debug(kWifiHalTag, "Preamble default(WIFI_RTT_PREAMBLE_LEGACY) for input(%u)",
+                  info.preamble);
+    }
+    setHalInt(out->preamble, preamble);
+}
+
 }  // namespace
 
 VARNRMChannelRequest::VARNRMChannelRequest(uint32_t request_id) : VARNRequest(request_id) {
@@ -37,23 +57,6 @@ VARNDisableResponderRequest::VARNDisableResponderRequest(uint32_t request_id)
 
 VARNDisableResponderRequest::~VARNDisableResponderRequest() {
     log_verbose(VARNRequest::TAG, "~VARNDisableResponderRequest");
-}
-
-void fillResponderInfo(const VARNResponderChannelInfo& info, wifi_rtt_responder* out) {
-    static const int32_t kPreambles[] = {WIFI_RTT_PREAMBLE_LEGACY, WIFI_RTT_PREAMBLE_HT,
-                                         WIFI_RTT_PREAMBLE_VHT, WIFI_RTT_PREAMBLE_HE};
-    setHalInt(out->channel.width, info.width);
-    out->channel.center_freq = info.center_freq;
-    out->channel.center_freq0 = info.center_freq0;
-    out->channel.center_freq1 = info.center_freq1;
-    int32_t preamble = WIFI_RTT_PREAMBLE_LEGACY;
-    if (info.preamble < 4) {
-        preamble = kPreambles[info.preamble];
-    } else {
-        log_debug(kWifiHalTag, "Preamble default(WIFI_RTT_PREAMBLE_LEGACY) for input(%u)",
-                  info.preamble);
-    }
-    setHalInt(out->preamble, preamble);
 }
 
 wifi_error varn_wifihal_get_responder_info(wifi_interface_handle /*iface*/,

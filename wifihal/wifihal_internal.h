@@ -68,8 +68,7 @@ wifi_error mapVarnStatusToWiFiHalStatus(int32_t status);
 // the entry points read a response as a class it is not.
 template <typename Response>
 Response* responseAs(VARNResponse* rsp, eVARNResponseType type) {
-    return rsp != nullptr && rsp->getResponseType() == type ? static_cast<Response*>(rsp)
-                                                            : nullptr;
+    return rsp != nullptr && rsp->getResponseType() == type ? static_cast<Response*>(rsp) : nullptr;
 }
 
 // Requests defined on this side of the client interface. Each logs its
@@ -91,8 +90,3 @@ class VARNDisableResponderRequest : public VARNRequest {
     ~VARNDisableResponderRequest() override;
     eVARNRequestType getRequestType() const override { return VARN_REQ_DISABLE_RESPONDER; }
 };
-
-// Fills `*out` from the responder channel the service reported: width and
-// the three frequencies as given, preamble code 0..3 as the Android preamble
-// bit 1, 2, 4, 8 (any other code as legacy, 1, logged at debug level).
-void fillResponderInfo(const VARNResponderChannelInfo& info, wifi_rtt_responder* out);
