@@ -76,7 +76,7 @@ class BackgroundScanTest : public WifiHalTest {
 
 TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
     // Every HAL band code 0..9; 15 buckets of 2..16 channels, and one beyond
-    // the count that must not be read.
+    // the count that must not be read (nor the channels beyond each count).
     const int kClientBand[10] = {0, 1, 2, 3, 4, 1, 6, 7, 1, 1};
     wifi_scan_cmd_params params{5000, 24, 80, 6, 15, {}};
     params.buckets[15].num_channels = 99;
@@ -84,7 +84,7 @@ TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
         wifi_scan_bucket_spec& bucket = params.buckets[b];
         bucket = {b, {}, 1000 * (b + 1), REPORT_EVENTS_FULL_RESULTS, 300, 2, 3, b + 2, {}};
         setHalInt(bucket.band, b % 10);
-        for (int c = 0; c < b + 2; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
+        for (int c = 0; c < 16; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
     }
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_start_gscan(7, nullptr, params, kScan));
 
