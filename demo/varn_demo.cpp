@@ -1,13 +1,18 @@
-// Ranging demo.
+// Ranging and background-scan demo.
 //
-// Plays the part of an Android vendor Wi-Fi HAL: loads the entry points
-// through varn_wifihal_get_cb_table(), initialises the interface, sends one
-// ranging request to every access point of the simulated service's scenario
-// with the parameters the Android framework uses, waits for the results
-// callback and prints what came back next to the scenario's true distances.
+// Plays the part of an Android vendor Wi-Fi HAL: opens the library with
+// dlopen() and takes the entry points from varn_wifihal_get_cb_table(),
+// initialises the interface, sends one ranging request to every access point
+// of the simulated service's scenario with the parameters the Android
+// framework uses, waits for the results callback and prints what came back
+// next to the scenario's true distances. Then it asks for the RTT
+// capabilities and the valid 5 GHz channels, and runs a background scan with
+// a BSSID hotlist over a few scan cycles of the simulated world, printing the
+// hotlist events and the cached scan results.
 //
 //   varn_demo [--scenario FILE] [--config FILE] [--seed N] [--rounds N] [--json]
 //             [--log-level N]
+#include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -30,6 +35,13 @@
 namespace {
 
 constexpr int kResultTimeoutMs = 5000;
+// Scan cycles of the background scan; the built-in scenario's fading access
+// point is gone from the eighth on, so the hotlist reports it lost.
+constexpr int kScanCycles = 9;
+// Cached scans fetched and printed.
+constexpr int kMaxCachedScans = 3;
+constexpr wifi_request_id kScanRequestId = 100;
+constexpr wifi_request_id kHotlistRequestId = 101;
 
 // The library's own log goes to the Android log (stderr on a host). Without a
 // --config file the demo writes one with this level (--log-level N): 0 keeps
@@ -106,6 +118,45 @@ void on_rtt_results_v2(wifi_request_id id, unsigned num_results, wifi_rtt_result
     g_pending.answered = true;
     g_pending.done.notify_all();
 }
+
+// One hotlist event, copied out inside the callback.
+struct HotlistEvent {
+    bool found = false;
+    std::string bssid;
+    std::string ssid;
+    int channel = 0;
+    int rssi = 0;
+};
+
+struct HotlistEvents {
+    std::mutex mutex;
+    std::vector<HotlistEvent> events;
+} g_hotlist;
+
+void record_hotlist(bool found, unsigned num_results, const wifi_scan_result* results) {
+    std::lock_guard<std::mutex> lock(g_hotlist.mutex);
+    for (unsigned i = 0; i < num_results; ++i) {
+        HotlistEvent e;
+        e.found = found;
+        e.bssid = format_mac(results[i].bssid);
+        e.ssid = results[i].ssid;
+        e.channel = results[i].channel;
+        e.rssi = results[i].rssi;
+        g_hotlist.events.push_back(e);
+    }
+}
+
+// wifi_hotlist_ap_found_handler, on the client library's thread; `results`
+// is a contiguous array of records.
+void on_hotlist_ap_found(wifi_request_id, unsigned num_results, wifi_scan_result* results) {
+    record_hotlist(true, num_results, results);
+}
+void on_hotlist_ap_lost(wifi_request_id, unsigned num_results, wifi_scan_result* results) {
+    record_hotlist(false, num_results, results);
+}
+// The scan's own events are not printed: the cached results show what it found.
+void on_full_scan_result(wifi_request_id, wifi_scan_result*, unsigned) {}
+void on_scan_event(wifi_request_id, wifi_scan_event) {}
 
 // Framework defaults for one access point: 8 frames in a single burst of
 // duration code 9, 3 retries, LCI and LCR requested, bandwidth and preamble
@@ -254,6 +305,268 @@ std::string json_escape(const std::string& s) {
     return out;
 }
 
+// The entry points as a vendor HAL gets them: dlopen() the library, then
+// varn_wifihal_get_cb_table(). Also checks that every filled slot is the
+// exported entry point of its name and that slots 13 to 18 are empty.
+const varn_wifihal_cb_table_t* open_library(std::string* problem) {
+    void* library = dlopen("libvarn_wifihal.so.2", RTLD_NOW);
+    if (library == nullptr) {
+        *problem = dlerror();
+        return nullptr;
+    }
+    using GetTable = const varn_wifihal_cb_table_t* (*)();
+    auto get_table = reinterpret_cast<GetTable>(dlsym(library, "varn_wifihal_get_cb_table"));
+    if (get_table == nullptr) {
+        *problem = "varn_wifihal_get_cb_table is not exported";
+        return nullptr;
+    }
+    const varn_wifihal_cb_table_t* table = get_table();
+    static const char* const kSlots[23] = {"init",
+                                           "destroy",
+                                           "get_rtt_capabilities",
+                                           "rtt_range_request",
+                                           "rtt_range_cancel",
+                                           "get_varn_version",
+                                           "get_varn_capabilities",
+                                           "get_valid_channels",
+                                           "get_gscan_capabilities",
+                                           "start_gscan",
+                                           "stop_gscan",
+                                           "get_cached_gscan_results",
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           nullptr,
+                                           "set_lci",
+                                           "set_lcr",
+                                           "get_responder_info",
+                                           "enable_responder",
+                                           "disable_responder"};
+    void* slots[23];
+    memcpy(slots, table, sizeof(slots));
+    for (int i = 0; i < 23; ++i) {
+        void* expected =
+                kSlots[i] != nullptr
+                        ? dlsym(library, ("varn_wifihal_" + std::string(kSlots[i])).c_str())
+                        : nullptr;
+        if (slots[i] != expected || (kSlots[i] != nullptr && expected == nullptr)) {
+            *problem = "callback table slot " + std::to_string(i + 1) + " is not " +
+                       (kSlots[i] != nullptr ? "varn_wifihal_" + std::string(kSlots[i]) : "empty");
+            return nullptr;
+        }
+    }
+    return table;
+}
+
+std::string bits_text(unsigned mask, const char* const* names, int count) {
+    std::string out;
+    for (int i = 0; i < count; ++i) {
+        if ((mask & (1u << i)) != 0 && names[i][0] != '\0')
+            out += (out.empty() ? "" : ", ") + std::string(names[i]);
+    }
+    return out.empty() ? "none" : out;
+}
+
+const char* yes_no(unsigned value) { return value != 0 ? "yes" : "no"; }
+
+// Channel number of a 2.4 or 5 GHz frequency.
+int channel_number(int mhz) {
+    if (mhz == 2484) return 14;
+    if (mhz >= 2412 && mhz < 2484) return (mhz - 2407) / 5;
+    return mhz >= 5000 ? (mhz - 5000) / 5 : 0;
+}
+
+struct CachedAp {
+    std::string bssid;
+    std::string ssid;
+    int channel = 0;
+    int rssi = 0;
+};
+
+struct CachedScan {
+    int scan_id = 0;
+    int num_results = 0;
+    std::vector<CachedAp> aps;
+};
+
+// Everything the scan part of the demo found, for both output formats.
+struct ScanReport {
+    wifi_rtt_capabilities caps{};
+    std::vector<int> channels;
+    std::vector<CachedScan> scans;
+    std::vector<HotlistEvent> hotlist;
+};
+
+// RTT capabilities, the valid 5 GHz channels, then a background scan and a
+// hotlist of the scenario's first two access points over kScanCycles cycles.
+bool run_scan_part(const varn_wifihal_cb_table_t* hal,
+                   const std::vector<varn_sim::AccessPoint>& aps, ScanReport* report) {
+    wifi_error rc = hal->get_rtt_capabilities(nullptr, &report->caps);
+    if (rc != WIFI_SUCCESS) {
+        fprintf(stderr, "varn_demo: get_rtt_capabilities failed (%d)\n", rc);
+        return false;
+    }
+    wifi_channel channels[64];
+    int count = 0;
+    rc = hal->get_valid_channels(nullptr, WIFI_BAND_A_WITH_DFS, 64, channels, &count);
+    if (rc != WIFI_SUCCESS) {
+        fprintf(stderr, "varn_demo: get_valid_channels failed (%d)\n", rc);
+        return false;
+    }
+    report->channels.assign(channels, channels + std::min(count, 64));
+
+    varn_sim::Simulator& sim = varn_sim::Simulator::instance();
+    sim.setAutoScan(false);  // the demo runs the scan cycles itself
+    wifi_scan_cmd_params params;
+    memset(&params, 0, sizeof(params));
+    params.base_period = 10000;
+    params.max_ap_per_scan = 32;
+    params.num_buckets = 1;
+    params.buckets[0].band = WIFI_BAND_ABG_WITH_DFS;
+    params.buckets[0].period = 10000;
+    params.buckets[0].report_events = REPORT_EVENTS_EACH_SCAN;
+    rc = hal->start_gscan(kScanRequestId, nullptr, params, {on_full_scan_result, on_scan_event});
+    if (rc != WIFI_SUCCESS) {
+        fprintf(stderr, "varn_demo: start_gscan failed (%d)\n", rc);
+        return false;
+    }
+    wifi_bssid_hotlist_params hotlist;
+    memset(&hotlist, 0, sizeof(hotlist));
+    hotlist.lost_ap_sample_size = 1;
+    // Watched: an access point that leaves during the scan cycles (so that
+    // one is reported lost), then the first ones of the scenario.
+    std::vector<const varn_sim::AccessPoint*> watched;
+    for (const varn_sim::AccessPoint& ap : aps) {
+        if (ap.disappear_cycle < kScanCycles) watched.push_back(&ap);
+    }
+    for (const varn_sim::AccessPoint& ap : aps) {
+        if (ap.disappear_cycle >= kScanCycles) watched.push_back(&ap);
+    }
+    for (const varn_sim::AccessPoint* ap : watched) {
+        if (hotlist.num_bssid == 2) break;
+        for (int i = 0; i < 6; ++i) hotlist.ap[hotlist.num_bssid].bssid[i] = ap->bssid[i];
+        hotlist.ap[hotlist.num_bssid].low = -90;
+        hotlist.ap[hotlist.num_bssid].high = -20;
+        ++hotlist.num_bssid;
+    }
+    // Hotlist and significant-change monitoring are reachable by name only.
+    rc = varn_wifihal_set_bssid_hotlist(kHotlistRequestId, nullptr, hotlist,
+                                        {on_hotlist_ap_found, on_hotlist_ap_lost});
+    if (rc != WIFI_SUCCESS) {
+        fprintf(stderr, "varn_demo: set_bssid_hotlist failed (%d)\n", rc);
+        return false;
+    }
+    for (int cycle = 0; cycle < kScanCycles; ++cycle) sim.runScanCycle();
+    if (!sim.waitUntilDelivered()) {
+        fprintf(stderr, "varn_demo: scan events not delivered within 5 s\n");
+        return false;
+    }
+
+    static wifi_cached_scan_results cached[kMaxCachedScans];
+    int num = 0;
+    rc = hal->get_cached_gscan_results(nullptr, 1, kMaxCachedScans, cached, &num);
+    if (rc != WIFI_SUCCESS) {
+        fprintf(stderr, "varn_demo: get_cached_gscan_results failed (%d)\n", rc);
+        return false;
+    }
+    for (int k = 0; k < num; ++k) {
+        CachedScan scan;
+        scan.scan_id = cached[k].scan_id;
+        scan.num_results = cached[k].num_results;
+        // A record holds at most 32 results; num_results may count more.
+        for (int i = 0; i < std::min(cached[k].num_results, MAX_AP_CACHE_PER_SCAN); ++i) {
+            const wifi_scan_result& r = cached[k].results[i];
+            scan.aps.push_back({format_mac(r.bssid), r.ssid, r.channel, r.rssi});
+        }
+        report->scans.push_back(scan);
+    }
+    varn_wifihal_reset_bssid_hotlist(kHotlistRequestId);
+    hal->stop_gscan(kScanRequestId, nullptr);
+    std::lock_guard<std::mutex> lock(g_hotlist.mutex);
+    report->hotlist = g_hotlist.events;
+    return true;
+}
+
+const char* const kPreambleNames[] = {"legacy", "HT", "VHT", "HE", "EHT"};
+const char* const kBandwidthNames[] = {"5", "10", "20", "40", "80", "160", "320"};
+
+void print_scan_report_text(const ScanReport& r) {
+    const wifi_rtt_capabilities& c = r.caps;
+    printf("\nRTT capabilities\n");
+    printf("  %-22s %-5s   %-22s %s\n", "one-sided ranging", yes_no(c.rtt_one_sided_supported),
+           "two-sided (FTM)", yes_no(c.rtt_ftm_supported));
+    printf("  %-22s %-5s   %-22s %s\n", "LCI request", yes_no(c.lci_support), "LCR request",
+           yes_no(c.lcr_support));
+    printf("  %-22s %-5s   %-22s %d.%d\n", "responder", yes_no(c.responder_supported),
+           "802.11mc version", c.mc_version / 10, c.mc_version % 10);
+    printf("  %-22s %s\n", "preambles", bits_text(c.preamble_support, kPreambleNames, 5).c_str());
+    printf("  %-22s %s MHz\n", "bandwidths", bits_text(c.bw_support, kBandwidthNames, 7).c_str());
+
+    printf("\nValid 5 GHz channels (with DFS): %zu\n", r.channels.size());
+    for (size_t i = 0; i < r.channels.size(); ++i) {
+        printf("%s%3d %4d MHz", i % 6 == 0 ? "  " : "   ", channel_number(r.channels[i]),
+               r.channels[i]);
+        if (i % 6 == 5 || i + 1 == r.channels.size()) printf("\n");
+    }
+
+    printf("\nHotlist events over %d scan cycles\n", kScanCycles);
+    printf("  %-6s %-17s  %-16s %7s %6s\n", "event", "BSSID", "SSID", "channel", "RSSI");
+    for (const HotlistEvent& e : r.hotlist) {
+        printf("  %-6s %-17s  %-16s %7d %6d\n", e.found ? "found" : "lost", e.bssid.c_str(),
+               e.ssid.c_str(), channel_number(e.channel), e.rssi);
+    }
+
+    printf("\nCached background scans (first %d)\n", kMaxCachedScans);
+    printf("  %-4s %-17s  %-16s %7s %6s\n", "scan", "BSSID", "SSID", "channel", "RSSI");
+    for (const CachedScan& scan : r.scans) {
+        for (const CachedAp& ap : scan.aps) {
+            printf("  %-4d %-17s  %-16s %7d %6d\n", scan.scan_id, ap.bssid.c_str(), ap.ssid.c_str(),
+                   channel_number(ap.channel), ap.rssi);
+        }
+    }
+}
+
+std::string scan_report_json(const ScanReport& r) {
+    const wifi_rtt_capabilities& c = r.caps;
+    char head[512];
+    snprintf(head, sizeof(head),
+             "\"rtt_capabilities\":{\"one_sided\":%s,\"ftm\":%s,\"lci\":%s,\"lcr\":%s,"
+             "\"responder\":%s,\"preamble_mask\":%u,\"bw_mask\":%u,\"mc_version\":%u},"
+             "\"channels_5ghz_mhz\":[",
+             c.rtt_one_sided_supported ? "true" : "false", c.rtt_ftm_supported ? "true" : "false",
+             c.lci_support ? "true" : "false", c.lcr_support ? "true" : "false",
+             c.responder_supported ? "true" : "false", c.preamble_support, c.bw_support,
+             c.mc_version);
+    std::string json = head;
+    for (size_t i = 0; i < r.channels.size(); ++i) {
+        json += (i > 0 ? "," : "") + std::to_string(r.channels[i]);
+    }
+    json += "],\"hotlist_events\":[";
+    for (size_t i = 0; i < r.hotlist.size(); ++i) {
+        const HotlistEvent& e = r.hotlist[i];
+        json += std::string(i > 0 ? "," : "") + "{\"event\":\"" + (e.found ? "found" : "lost") +
+                "\",\"bssid\":\"" + e.bssid + "\",\"ssid\":\"" + json_escape(e.ssid) +
+                "\",\"channel_mhz\":" + std::to_string(e.channel) +
+                ",\"rssi_dbm\":" + std::to_string(e.rssi) + "}";
+    }
+    json += "],\"cached_scans\":[";
+    for (size_t k = 0; k < r.scans.size(); ++k) {
+        const CachedScan& scan = r.scans[k];
+        json += std::string(k > 0 ? "," : "") + "{\"scan_id\":" + std::to_string(scan.scan_id) +
+                ",\"num_results\":" + std::to_string(scan.num_results) + ",\"aps\":[";
+        for (size_t i = 0; i < scan.aps.size(); ++i) {
+            const CachedAp& ap = scan.aps[i];
+            json += std::string(i > 0 ? "," : "") + "{\"bssid\":\"" + ap.bssid + "\",\"ssid\":\"" +
+                    json_escape(ap.ssid) + "\",\"channel_mhz\":" + std::to_string(ap.channel) +
+                    ",\"rssi_dbm\":" + std::to_string(ap.rssi) + "}";
+        }
+        json += "]}";
+    }
+    return json + "]";
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -296,7 +609,12 @@ int main(int argc, char** argv) {
     }
     loc_utils_set_varn_conf_path(config_path.c_str());
 
-    const varn_wifihal_cb_table_t* hal = varn_wifihal_get_cb_table();
+    std::string problem;
+    const varn_wifihal_cb_table_t* hal = open_library(&problem);
+    if (hal == nullptr) {
+        fprintf(stderr, "varn_demo: cannot use libvarn_wifihal: %s\n", problem.c_str());
+        return 1;
+    }
     const wifi_error init_rc = hal->init();
     if (options.config_path.empty()) unlink(default_config);
     if (init_rc != WIFI_SUCCESS) {
@@ -323,9 +641,8 @@ int main(int argc, char** argv) {
             g_pending.results.clear();
         }
         wifi_rtt_event_handler handler = {nullptr, on_rtt_results_v2};
-        const wifi_error rc = hal->rtt_range_request(round, nullptr,
-                                                     static_cast<unsigned>(configs.size()),
-                                                     configs.data(), handler);
+        const wifi_error rc = hal->rtt_range_request(
+                round, nullptr, static_cast<unsigned>(configs.size()), configs.data(), handler);
         if (rc != WIFI_SUCCESS) {
             fprintf(stderr, "varn_demo: ranging request %d refused (%d)\n", round, rc);
             exit_code = 1;
@@ -370,8 +687,7 @@ int main(int argc, char** argv) {
                      "\"error_m\":%s}",
                      i > 0 ? "," : "", m.bssid.c_str(), json_escape(status_name(m.status)).c_str(),
                      bw_mhz(m.packet_bw), m.success, m.attempted, m.distance_m, m.sd_m, m.spread_m,
-                     m.rssi_dbm,
-                     std::isnan(truth) ? "null" : std::to_string(truth).c_str(),
+                     m.rssi_dbm, std::isnan(truth) ? "null" : std::to_string(truth).c_str(),
                      ok ? std::to_string(m.distance_m - truth).c_str() : "null");
             json += entry;
         }
@@ -401,8 +717,18 @@ int main(int argc, char** argv) {
         json += entry;
         first = false;
     }
-    json += "]}";
-    if (options.json && exit_code == 0) puts(json.c_str());
+    json += "]";
+
+    ScanReport scan_report;
+    if (exit_code == 0 && !run_scan_part(hal, aps, &scan_report)) exit_code = 1;
+    if (exit_code == 0) {
+        if (options.json) {
+            json += "," + scan_report_json(scan_report) + "}";
+            puts(json.c_str());
+        } else {
+            print_scan_report_text(scan_report);
+        }
+    }
 
     hal->destroy();
     return exit_code;

@@ -76,6 +76,149 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_rtt_range_cancel(wifi_request_id id,
                                                            wifi_interface_handle iface,
                                                            unsigned num_devices, mac_addr addr[]);
 
+// ---- Capability, version and channel queries ------------------------------
+// Synchronous: each asks the service and returns its answer; nothing is
+// called back. Outputs are written only on the results noted.
+
+// RTT capabilities. The first successful call asks the service and caches
+// the answer until destroy; later calls are answered from the cache without
+// a request. Returns WIFI_SUCCESS with `*capabilities` written,
+// WIFI_ERROR_UNINITIALIZED while down, WIFI_ERROR_INVALID_ARGS for a null
+// `capabilities`, WIFI_ERROR_UNKNOWN when the service does not answer or the
+// cache cannot be allocated (nothing written then).
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_rtt_capabilities(wifi_interface_handle iface,
+                                                               wifi_rtt_capabilities* capabilities);
+
+// Writes the version 2.1.1 and returns WIFI_SUCCESS, in any state. Null
+// outputs are skipped.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_varn_version(u16* major, u16* minor, u16* micro);
+
+// Service capability bits: bit 0 one-sided ranging, bit 1 two-sided (11mc)
+// ranging, bit 2 background scan. Unlike every other entry point it does not
+// test the interface state, only that a client exists: before init (no
+// client) it returns WIFI_ERROR_UNINITIALIZED. Also fills the RTT capability
+// cache when empty. Returns WIFI_SUCCESS, WIFI_ERROR_INVALID_ARGS for a null
+// `capabilities`, WIFI_ERROR_UNKNOWN when the service does not answer or, with
+// `*capabilities` already written, when the cache cannot be allocated.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_varn_capabilities(u32* capabilities);
+
+// Channels (MHz) of `band` (a `wifi_band` code). The service is asked for at
+// most `max_channels`; `*num_channels` is set to the number it answered with,
+// as it answered, and at most `max_channels` entries are written to
+// `channels`. Returns the service's status as a wifi_error (WIFI_SUCCESS when
+// it succeeded), WIFI_ERROR_UNINITIALIZED while down, WIFI_ERROR_INVALID_ARGS
+// for a null output, WIFI_ERROR_UNKNOWN when the service does not answer.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_valid_channels(wifi_interface_handle iface, int band,
+                                                             int max_channels,
+                                                             wifi_channel* channels,
+                                                             int* num_channels);
+
+// Background-scan capabilities; where the platform batches scans, the cache
+// size, APs per scan and reporting threshold are those of the batching.
+// Returns the service's status as a wifi_error, WIFI_ERROR_UNINITIALIZED while
+// down, WIFI_ERROR_INVALID_ARGS for a null `capabilities`,
+// WIFI_ERROR_OUT_OF_MEMORY when the batching capabilities are not answered,
+// WIFI_ERROR_UNKNOWN when the scan capabilities are not.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_gscan_capabilities(
+        wifi_interface_handle iface, wifi_gscan_capabilities* capabilities);
+
+// The channel and preamble the RTT responder uses, written to
+// `*responder_info` when that is not null. Returns WIFI_SUCCESS whatever
+// status the service reports, WIFI_ERROR_UNINITIALIZED while down,
+// WIFI_ERROR_UNKNOWN when the service does not answer.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_get_responder_info(wifi_interface_handle iface,
+                                                             wifi_rtt_responder* responder_info);
+
+// ---- Responder and location information ------------------------------------
+// `id` is not used: each call carries a new client request id.
+
+// Turns the RTT responder on for at most `max_duration_seconds` on the
+// hinted channel and writes the channel it uses to `*responder_info` (when
+// not null), also when the service reports a failure status. Returns the
+// service's status as a wifi_error, WIFI_ERROR_UNINITIALIZED while down,
+// WIFI_ERROR_UNKNOWN when the service does not answer.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_enable_responder(wifi_request_id id,
+                                                           wifi_interface_handle iface,
+                                                           wifi_channel_info channel_hint,
+                                                           unsigned max_duration_seconds,
+                                                           wifi_rtt_responder* responder_info);
+
+// Turns the RTT responder off. Returns WIFI_SUCCESS when the service accepted
+// the request, WIFI_ERROR_UNINITIALIZED while down, WIFI_ERROR_UNKNOWN when
+// it refused. Does not block.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_disable_responder(wifi_request_id id,
+                                                            wifi_interface_handle iface);
+
+// Hands the location the responder announces (`lci` borrowed for the call).
+// Returns WIFI_SUCCESS when the service accepted it, WIFI_ERROR_UNINITIALIZED
+// while down, WIFI_ERROR_INVALID_ARGS for a null `lci`, WIFI_ERROR_UNKNOWN
+// when refused. Does not block.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_set_lci(wifi_request_id id, wifi_interface_handle iface,
+                                                  wifi_lci_information* lci);
+
+// Hands the civic location the responder announces: `lcr->length` bytes of
+// `civic_info` (`lcr` borrowed for the call). Returns WIFI_SUCCESS when the
+// service accepted it, WIFI_ERROR_UNINITIALIZED while down,
+// WIFI_ERROR_INVALID_ARGS for a null `lcr` or a negative length,
+// WIFI_ERROR_UNKNOWN when refused. A length above 256 ends the process.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_set_lcr(wifi_request_id id, wifi_interface_handle iface,
+                                                  wifi_lcr_information* lcr);
+
+// ---- Background scan, hotlist and significant change -----------------------
+// The set/start calls register the HAL's handler (copied) under `id` and ask
+// the service synchronously; events then arrive on the client library's
+// thread through that handler. The stop/reset calls drop every handler of
+// their kind, whatever the outcome and also while down. Results: the status
+// of the service's answer as a wifi_error, WIFI_ERROR_UNINITIALIZED while
+// down, WIFI_ERROR_UNKNOWN when the service does not answer or answers with
+// another kind of response, WIFI_ERROR_OUT_OF_MEMORY when a handler cannot
+// be recorded (nothing is sent then).
+
+// Starts background scanning. Both handler pointers are required
+// (WIFI_ERROR_INVALID_ARGS otherwise). The handler stays registered even when
+// the service refuses, until the next stop. More than 16 buckets or more than
+// 16 channels in a bucket (or a negative count) ends the process.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_start_gscan(wifi_request_id id,
+                                                      wifi_interface_handle iface,
+                                                      wifi_scan_cmd_params params,
+                                                      wifi_scan_result_handler handler);
+
+// Stops background scanning; `id` and `iface` are not used.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_stop_gscan(wifi_request_id id,
+                                                     wifi_interface_handle iface);
+
+// Fetches at most `max` cached scans into `results` (an array of `max`
+// records) and sets `*num` to the number written. Each record's `num_results`
+// is the scan's full count, also above the 32 records it holds. `flush`
+// empties the service's cache. Returns WIFI_SUCCESS, the service's failure
+// status as a wifi_error (nothing written), WIFI_ERROR_UNINITIALIZED while
+// down, WIFI_ERROR_INVALID_ARGS for a null output or a negative `max`,
+// WIFI_ERROR_UNKNOWN when the service does not answer.
+VEL_LOC_FW_EXPORT wifi_error
+varn_wifihal_get_cached_gscan_results(wifi_interface_handle iface, byte flush, int max,
+                                      wifi_cached_scan_results* results, int* num);
+
+// Watches the BSSIDs of `params`; found/lost events go to `handler`. More
+// than 128 BSSIDs (or a negative count) ends the process. Not in the table.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_set_bssid_hotlist(wifi_request_id id,
+                                                            wifi_interface_handle iface,
+                                                            wifi_bssid_hotlist_params params,
+                                                            wifi_hotlist_ap_found_handler handler);
+
+// Stops the hotlist. Not in the table.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_reset_bssid_hotlist(wifi_request_id id);
+
+// Watches the RSSI of the BSSIDs of `params`; changes go to `handler`. More
+// than 64 BSSIDs (or a negative count) ends the process. Not in the table.
+VEL_LOC_FW_EXPORT wifi_error varn_wifihal_set_significant_change_handler(
+        wifi_request_id id, wifi_interface_handle iface, wifi_significant_change_params params,
+        wifi_significant_change_handler handler);
+
+// Stops significant-change monitoring; `id` and `iface` are not used. Not in
+// the table.
+VEL_LOC_FW_EXPORT wifi_error
+varn_wifihal_reset_significant_change_handler(wifi_request_id id, wifi_interface_handle iface);
+
 }  // extern "C"
 
 // ---------------------------------------------------------------------------

@@ -3,8 +3,6 @@
 
 #include <loc_utils/loc_utils.h>
 
-VARNDynamicCapabilities g_dynamic_capabilities;
-
 void bssidDigits(const unsigned char* bssid, char (&digits)[kBssidDigits]) {
     static const char kHex[] = "0123456789abcdef";
     // Full addresses identify devices; print them only on debug builds of the platform.

@@ -42,10 +42,12 @@ struct PassedNode {
     eVARNRequestType req_type;
 };
 
-// Walks `rspHandlers` for `varnReqId` and copies the first match into
-// `*found`; logs every node passed, then the hit. Returns whether it found one.
-bool findRspHandler(const char* caller, uint32_t varnReqId, RspLookup style,
-                    RspHandlerNode* found) {
+// Walks `rspHandlers` for the node of request type `reqType` with client id
+// `varnReqId` and copies the first match into `*found`; logs every node
+// passed, then the hit. Returns whether it found one. The type must match
+// too: a node of another type holds another kind of handler record.
+bool findRspHandler(const char* caller, uint32_t varnReqId, eVARNRequestType reqType,
+                    RspLookup style, RspHandlerNode* found) {
     const bool verbose = vel_loc_fw::is_log_verbose_enabled(kWifiHalTag);
     vel_loc_fw::vector<PassedNode> passed;
     unsigned size = 0;
@@ -55,7 +57,7 @@ bool findRspHandler(const char* caller, uint32_t varnReqId, RspLookup style,
         size = static_cast<unsigned>(rspHandlers.size());
         const RspHandlerNode* node = rspHandlers.find([&](const RspHandlerNode& n) {
             if (verbose) passed.push_back(PassedNode{n.varnReqId, n.reqType});
-            return n.varnReqId == varnReqId;
+            return n.varnReqId == varnReqId && n.reqType == reqType;
         });
         if (node != nullptr) {
             *found = *node;
@@ -130,7 +132,9 @@ int getRttHandler(uint32_t varnReqId, wifi_rtt_event_handler* handler) {
 
 void getGscanEventHandler(int& clReqId, uint32_t varnReqId, wifi_scan_result_handler* handler) {
     RspHandlerNode node{};
-    if (!findRspHandler(__func__, varnReqId, RspLookup::kWithSize, &node)) return;
+    if (!findRspHandler(__func__, varnReqId, VARN_REQ_BGSCAN_START, RspLookup::kWithSize, &node)) {
+        return;
+    }
     clReqId = node.clReqId;
     *handler = node.handler.scan;
 }
@@ -138,7 +142,10 @@ void getGscanEventHandler(int& clReqId, uint32_t varnReqId, wifi_scan_result_han
 void getHotlistApEvtHandler(int& clReqId, uint32_t varnReqId,
                             wifi_hotlist_ap_found_handler* handler) {
     RspHandlerNode node{};
-    if (!findRspHandler(__func__, varnReqId, RspLookup::kWithoutSize, &node)) return;
+    if (!findRspHandler(__func__, varnReqId, VARN_REQ_HOTLIST_SET, RspLookup::kWithoutSize,
+                        &node)) {
+        return;
+    }
     clReqId = node.clReqId;
     *handler = node.handler.hotlist;
 }
@@ -146,7 +153,10 @@ void getHotlistApEvtHandler(int& clReqId, uint32_t varnReqId,
 void getSigChangeEvtHandler(int& clReqId, uint32_t varnReqId,
                             wifi_significant_change_handler* handler) {
     RspHandlerNode node{};
-    if (!findRspHandler(__func__, varnReqId, RspLookup::kWithoutSize, &node)) return;
+    if (!findRspHandler(__func__, varnReqId, VARN_REQ_SIGNIFICANT_CHANGE_SET,
+                        RspLookup::kWithoutSize, &node)) {
+        return;
+    }
     clReqId = node.clReqId;
     *handler = node.handler.significant_change;
 }

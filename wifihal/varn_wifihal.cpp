@@ -27,27 +27,27 @@ constexpr size_t kConfigMaxLineLength = 1023;
 const varn_wifihal_cb_table_t varn_wifihal_cb_table = {
         varn_wifihal_init,
         varn_wifihal_destroy,
-        nullptr,  // get_rtt_capabilities: filled when the capability queries land
+        varn_wifihal_get_rtt_capabilities,
         varn_wifihal_rtt_range_request,
         varn_wifihal_rtt_range_cancel,
-        nullptr,  // get_varn_version: filled when the capability queries land
-        nullptr,  // get_varn_capabilities: filled when the capability queries land
-        nullptr,  // get_valid_channels: filled when the capability queries land
-        nullptr,  // get_gscan_capabilities: filled when the capability queries land
-        nullptr,  // start_gscan: filled when the background-scan requests land
-        nullptr,  // stop_gscan: filled when the background-scan requests land
-        nullptr,  // get_cached_gscan_results: filled when the background-scan requests land
+        varn_wifihal_get_varn_version,
+        varn_wifihal_get_varn_capabilities,
+        varn_wifihal_get_valid_channels,
+        varn_wifihal_get_gscan_capabilities,
+        varn_wifihal_start_gscan,
+        varn_wifihal_stop_gscan,
+        varn_wifihal_get_cached_gscan_results,
         nullptr,  // 13-18 stay empty: hotlist and significant change are reachable by name
         nullptr,
         nullptr,
         nullptr,
         nullptr,
         nullptr,
-        nullptr,  // set_lci: filled when the responder and location entry points land
-        nullptr,  // set_lcr: filled when the responder and location entry points land
-        nullptr,  // get_responder_info: filled when the capability queries land
-        nullptr,  // enable_responder: filled when the responder entry points land
-        nullptr,  // disable_responder: filled when the responder entry points land
+        varn_wifihal_set_lci,
+        varn_wifihal_set_lcr,
+        varn_wifihal_get_responder_info,
+        varn_wifihal_enable_responder,
+        varn_wifihal_disable_responder,
 };
 
 // Reads the tuning keys. `level` and `multiplier` hold the defaults on entry.

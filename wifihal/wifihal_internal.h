@@ -17,7 +17,8 @@ constexpr const char* kWifiHalTag = "VARN-WIFIHAL-" VARN_WIFIHAL_VERSION;
 // Tag of the HAL-to-client conversion helpers.
 constexpr const char* kWifiHalIfTag = "VARN_WIFIHAL_IF";
 
-// Dynamic capabilities of the latest capability query, overwritten by each.
+// Dynamic capabilities of the latest background-scan capability query,
+// overwritten by each (see `varn_wifihal_get_gscan_capabilities`).
 extern VARNDynamicCapabilities g_dynamic_capabilities;
 
 // Number of characters of a BSSID printed as "%c%c:%c%c:%c%c:%c%c:%c%c:%c%c".
@@ -47,3 +48,45 @@ int32_t halInt(const Enum& field) {
     memcpy(&value, &field, sizeof(value));
     return value;
 }
+
+// Stores `value` in an enumeration-typed field of a HAL record. Values the
+// service sends need not be enumerators, and converting them to the
+// enumeration type first would be undefined.
+template <typename Enum>
+void setHalInt(Enum& field, int32_t value) {
+    static_assert(std::is_enum<Enum>::value && sizeof(Enum) == sizeof(int32_t),
+                  "HAL enumerations are 32-bit");
+    memcpy(&field, &value, sizeof(value));
+}
+
+// The `wifi_error` of a client response status: 1..10 give 0, -4, -2, -7,
+// -1, -5, -3, -1, -8, -9; any other value gives -1 (WIFI_ERROR_UNKNOWN).
+wifi_error mapVarnStatusToWiFiHalStatus(int32_t status);
+
+// `rsp` as the response class its type code stands for, or null when `rsp` is
+// null or carries another type code. Keeps a misbehaving service from making
+// the entry points read a response as a class it is not.
+template <typename Response>
+Response* responseAs(VARNResponse* rsp, eVARNResponseType type) {
+    return rsp != nullptr && rsp->getResponseType() == type ? static_cast<Response*>(rsp) : nullptr;
+}
+
+// Requests defined on this side of the client interface. Each logs its
+// construction and destruction at verbose level under `VARNRequest::TAG`.
+
+// Asks for the channel the RTT responder uses (answered by a type-25
+// `VARNRMChannelResponse`).
+class VARNRMChannelRequest : public VARNRequest {
+  public:
+    explicit VARNRMChannelRequest(uint32_t request_id);
+    ~VARNRMChannelRequest() override;
+    eVARNRequestType getRequestType() const override { return VARN_REQ_RM_CHANNEL; }
+};
+
+// Turns the RTT responder off; sent without an answer.
+class VARNDisableResponderRequest : public VARNRequest {
+  public:
+    explicit VARNDisableResponderRequest(uint32_t request_id);
+    ~VARNDisableResponderRequest() override;
+    eVARNRequestType getRequestType() const override { return VARN_REQ_DISABLE_RESPONDER; }
+};

@@ -1,0 +1,331 @@
+// Background scan, hotlist and significant change: what reaches the simulated
+// service, the handler bookkeeping, the fatal bounds, and one scan whose
+// events travel back to the HAL's handlers.
+#include <varn_wifihal.h>
+
+#include <gtest/gtest.h>
+
+#include <string.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <loc_utils/loc_utils.h>
+
+#include "wifihal/request_bookkeeping.h"
+#include "wifihal/wifihal_internal.h"
+#include "wifihal_test_support.h"
+
+namespace wifihal_test {
+namespace {
+
+// What reached the HAL's handlers, on the service thread: one entry per
+// call and result, "<HAL id> <kind> <what>".
+std::mutex g_mutex;
+std::vector<std::string> g_calls;
+std::thread::id g_hotlist_thread;
+
+void record(wifi_request_id id, const char* kind, const std::string& what) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_calls.push_back(std::to_string(id) + " " + kind + " " + what);
+}
+void onFull(wifi_request_id id, wifi_scan_result* r, unsigned) { record(id, "full", r->ssid); }
+void onEvent(wifi_request_id id, wifi_scan_event e) { record(id, "event", std::to_string(e)); }
+void onFound(wifi_request_id id, unsigned n, wifi_scan_result* r) {
+    for (unsigned i = 0; i < n; ++i) record(id, "found", r[i].ssid);
+    g_hotlist_thread = std::this_thread::get_id();
+}
+void onLost(wifi_request_id id, unsigned n, wifi_scan_result* r) {
+    for (unsigned i = 0; i < n; ++i) record(id, "lost", r[i].ssid);
+}
+void onChange(wifi_request_id id, unsigned n, wifi_significant_change_result** r) {
+    for (unsigned i = 0; i < n; ++i) {
+        std::string what = std::to_string(r[i]->channel);
+        for (int k = 0; k < r[i]->num_rssi; ++k) what += " " + std::to_string(r[i]->rssi[k]);
+        record(id, "change", what);
+    }
+}
+
+const wifi_scan_result_handler kScan{onFull, onEvent};
+const wifi_hotlist_ap_found_handler kHotlist{onFound, onLost};
+const wifi_significant_change_handler kChange{onChange};
+
+void setBssid(mac_addr out, uint8_t last) {
+    const uint8_t bssid[6] = {0x00, 0x11, 0x22, 0x33, 0x44, last};
+    memcpy(out, bssid, 6);
+}
+
+class BackgroundScanTest : public WifiHalTest {
+  protected:
+    void SetUp() override {
+        WifiHalTest::SetUp();
+        sim().setAutoScan(false);
+        ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+        vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
+        capture_.clear();
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_calls.clear();
+    }
+};
+
+TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
+    // Every HAL band code 0..9; 15 buckets of 2..16 channels, and one beyond
+    // the count that must not be read (nor the channels beyond each count).
+    const int kClientBand[10] = {0, 1, 2, 3, 4, 1, 6, 7, 1, 1};
+    wifi_scan_cmd_params params{5000, 24, 80, 6, 15, {}};
+    params.buckets[15].num_channels = 99;
+    for (int b = 0; b < 15; ++b) {
+        wifi_scan_bucket_spec& bucket = params.buckets[b];
+        bucket = {b, {}, 1000 * (b + 1), REPORT_EVENTS_FULL_RESULTS, 300, 2, 3, b + 2, {}};
+        setHalInt(bucket.band, b % 10);
+        for (int c = 0; c < 16; ++c) bucket.channels[c] = {5180 + 20 * c, 40 + c, c & 1};
+    }
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_start_gscan(7, nullptr, params, kScan));
+
+    const std::shared_ptr<VARNScanParams> p = sim().lastRequest(VARN_REQ_BGSCAN_START).scan_params;
+    ASSERT_NE(nullptr, p);
+    EXPECT_EQ(
+            (std::vector<uint32_t>{5000, 24, 80, 6, 15}),
+            (std::vector<uint32_t>{p->base_period, p->max_ap_per_scan, p->report_threshold_percent,
+                                   p->report_threshold_num_scans, p->num_buckets}));
+    for (int b = 0; b < 15; ++b) {
+        const VARNScanBucketSpec& s = p->buckets[b];
+        EXPECT_EQ(kClientBand[b % 10], s.band) << "bucket " << b;
+        EXPECT_EQ((std::vector<uint32_t>{uint32_t(b), 1000u * (b + 1), 2, 300, 2, 3, b + 2u}),
+                  (std::vector<uint32_t>{s.bucket, s.period, s.report_events, s.max_period, s.base,
+                                         s.step_count, s.num_channels}));
+        const VARNScanChannelSpec& last = s.channels[b + 1];
+        EXPECT_EQ((std::vector<uint32_t>{5200u + 20 * b, 41u + b, (b + 1) & 1u}),
+                  (std::vector<uint32_t>{last.channel, last.dwell_time_ms, last.passive}));
+        if (b < 14) {
+            EXPECT_EQ(0u, s.channels[b + 2].channel);
+        }
+    }
+    EXPECT_EQ(0u, p->buckets[15].num_channels);
+    EXPECT_EQ(15u, capture_.count(" bucket("));
+    EXPECT_EQ(135u, capture_.count("  channel("));
+    EXPECT_TRUE(capture_.contains("  channel(5480), dwellTimeMs(55), passive(1)"));
+    EXPECT_TRUE(capture_.contains("varn_wifihal_start_gscan: clReqId(7), varnReqId(1)"));
+}
+
+TEST_F(BackgroundScanTest, CountsBeyondTheRecordsEndTheProcess) {
+    wifi_scan_cmd_params scan{};
+    wifi_bssid_hotlist_params hot{};
+    wifi_significant_change_params change{};
+    const std::function<void()> kCases[] = {
+            [&] { scan.num_buckets = 17; },
+            [&] { scan.num_buckets = -1; },
+            [&] { scan.num_buckets = 1, scan.buckets[0].num_channels = 17; },
+            [&] { hot.num_bssid = 129; },
+            [&] { change.num_bssid = 65; },
+    };
+    for (const auto& mutate : kCases) {
+        scan = {};
+        hot = {};
+        change = {};
+        mutate();
+        EXPECT_DEATH(
+                {
+                    varn_wifihal_start_gscan(1, nullptr, scan, kScan);
+                    varn_wifihal_set_bssid_hotlist(1, nullptr, hot, kHotlist);
+                    varn_wifihal_set_significant_change_handler(1, nullptr, change, kChange);
+                },
+                "");
+    }
+}
+
+TEST_F(BackgroundScanTest, ApListsAreConvertedAndDumpedMasked) {
+    wifi_bssid_hotlist_params hot{3, 127, {}};
+    wifi_significant_change_params change{4, 5, 6, 63, {}};
+    for (int i = 0; i < 128; ++i) {
+        setBssid(hot.ap[i].bssid, static_cast<uint8_t>(i));
+        hot.ap[i].low = i == 7 ? 40000 : -80;  // narrowed to 16 bits
+        hot.ap[i].high = -40;
+        if (i < 64) change.ap[i] = hot.ap[i];
+    }
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_set_bssid_hotlist(3, nullptr, hot, kHotlist));
+    ASSERT_EQ(WIFI_SUCCESS,
+              varn_wifihal_set_significant_change_handler(4, nullptr, change, kChange));
+
+    const auto h = sim().lastRequest(VARN_REQ_HOTLIST_SET).hotlist_params;
+    const auto s = sim().lastRequest(VARN_REQ_SIGNIFICANT_CHANGE_SET).significant_change_params;
+    ASSERT_TRUE(h && s);
+    EXPECT_EQ((std::vector<int>{3, 127, -25536, -40, 4, 5, 6, 63, -80}),
+              (std::vector<int>{h->lost_ap_sample_size, h->num_bssid, h->ap[7].low, h->ap[7].high,
+                                s->rssi_sample_size, s->lost_ap_sample_size, s->min_breaching,
+                                s->num_bssid, s->ap[62].low}));
+    EXPECT_EQ(VARNMacAddress(hot.ap[126].bssid), h->ap[126].bssid);
+    EXPECT_EQ(VARNMacAddress(hot.ap[62].bssid), s->ap[62].bssid);
+    // Only the given number of APs is sent and dumped.
+    EXPECT_EQ(VARNMacAddress(), h->ap[127].bssid);
+    EXPECT_EQ(VARNMacAddress(), s->ap[63].bssid);
+    EXPECT_EQ(2 * 127u, capture_.count(") low("));
+    EXPECT_EQ(63u, capture_.count("), low("));
+    // The HAL's list and the converted one; full addresses only at platform debug level 5.
+    EXPECT_EQ(2u, capture_.count(" bssid(00:11:22:**:**:00) low(-80) high(-40)"));
+    EXPECT_TRUE(capture_.contains(" bssid(00:11:22:**:**:00), low(-80), high(-40)"));
+    EXPECT_TRUE(capture_.contains("reqId(1) lost_ap_sample_size(3) num_bssid(127)"));
+    varn_debug_level = 5;
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_set_bssid_hotlist(3, nullptr, hot, kHotlist));
+    EXPECT_TRUE(capture_.contains(" bssid(00:11:22:33:44:09) low(-80) high(-40)"));
+
+    // The significant-change handler is one pointer; the rest of its slot is zero.
+    const RspHandlerNode* node = rspHandlers.head()->next;
+    ASSERT_EQ(VARN_REQ_SIGNIFICANT_CHANGE_SET, node->reqType);
+    EXPECT_EQ(&onChange, node->handler.significant_change.on_significant_change);
+    EXPECT_EQ(std::vector<unsigned char>(8, 0),
+              std::vector<unsigned char>(node->handler.raw + 8, node->handler.raw + 16));
+}
+
+TEST_F(BackgroundScanTest, HandlersStayUntilTheirStopOrReset) {
+    // A refused start keeps its handler until the next stop.
+    sim().refuseNext(VARN_REQ_BGSCAN_START);
+    EXPECT_EQ(WIFI_ERROR_UNKNOWN, varn_wifihal_start_gscan(5, nullptr, {}, kScan));
+    ASSERT_EQ(1u, rspHandlers.size());
+    EXPECT_EQ(5, rspHandlers.head()->clReqId);
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_stop_gscan(5, nullptr));
+    EXPECT_TRUE(rspHandlers.empty());
+    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_start_gscan(6, nullptr, {}, {onFull, nullptr}));
+    EXPECT_TRUE(capture_.contains("start_gscan: Null callbacks as input parameters"));
+
+    // Each stop/reset drops its own kind only, also while down.
+    const struct {
+        eVARNRequestType type;
+        std::function<wifi_error()> stop;
+    } kStops[] = {
+            {VARN_REQ_BGSCAN_START, [] { return varn_wifihal_stop_gscan(1, nullptr); }},
+            {VARN_REQ_HOTLIST_SET, [] { return varn_wifihal_reset_bssid_hotlist(1); }},
+            {VARN_REQ_SIGNIFICANT_CHANGE_SET,
+             [] { return varn_wifihal_reset_significant_change_handler(1, nullptr); }},
+    };
+    for (bool up : {true, false}) {
+        if (!up) varn_wifihal_destroy();
+        for (const auto& k : kStops) addRspHandler(1, 1, k.type, RspHandlerRecord{});
+        for (const auto& s : kStops) {
+            SCOPED_TRACE(testing::Message() << VARNRequest::toString(s.type) << " up " << up);
+            const size_t before = rspHandlers.size();
+            EXPECT_EQ(up ? WIFI_SUCCESS : WIFI_ERROR_UNINITIALIZED, s.stop());
+            EXPECT_EQ(before - 1, rspHandlers.size());
+            EXPECT_EQ(nullptr, rspHandlers.find([&](const RspHandlerNode& n) {
+                return n.reqType == s.type;
+            }));
+        }
+    }
+}
+
+TEST_F(BackgroundScanTest, ScanLookupsOnlyFindTheirOwnKindOfHandler) {
+    // Response code 12 is shared by the hotlist answer and the significant-change
+    // event: each look-up must pass nodes of another kind, even with the same client id.
+    for (auto type :
+         {VARN_REQ_BGSCAN_START, VARN_REQ_HOTLIST_SET, VARN_REQ_SIGNIFICANT_CHANGE_SET}) {
+        addRspHandler(type, 50, type, RspHandlerRecord{});
+    }
+    int ids[3] = {-1, -1, -1};
+    wifi_scan_result_handler scan{};
+    wifi_hotlist_ap_found_handler hotlist{};
+    wifi_significant_change_handler change{};
+    getGscanEventHandler(ids[0], 50, &scan);
+    getHotlistApEvtHandler(ids[1], 50, &hotlist);
+    getSigChangeEvtHandler(ids[2], 50, &change);
+    EXPECT_EQ((std::vector<int>{9, 12, 14}), std::vector<int>(ids, ids + 3));
+}
+
+// One access point that stays, one that fades by 6 dB per scan and is gone
+// at the fifth, one on a channel the scan does not cover; no noise.
+const char* const kScenario = R"(
+seed 3
+rssi_noise_db 0
+ap 02:5a:00:00:00:01 Office 5180 80 3.0
+ap 02:5a:00:00:00:05 Cafe 2462 20 4.5 rssi_step=-6 disappear=4
+ap 02:5a:00:00:00:07 Far 5500 20 30.0
+)";
+
+TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
+    varn_sim::Scenario scenario;
+    ASSERT_EQ(0, varn_sim::Scenario::parse(kScenario, &scenario, nullptr));
+    sim().setScenario(scenario);
+    const varn_sim::AccessPoint& cafe = scenario.access_points[1];
+
+    wifi_scan_cmd_params params{};
+    params.base_period = 100;
+    params.num_buckets = 1;
+    params.buckets[0].report_events = REPORT_EVENTS_EACH_SCAN | REPORT_EVENTS_FULL_RESULTS;
+    params.buckets[0].num_channels = 2;
+    params.buckets[0].channels[0].channel = 5180;
+    params.buckets[0].channels[1].channel = 2462;
+    wifi_bssid_hotlist_params hot{};
+    hot.lost_ap_sample_size = 1;
+    hot.num_bssid = 2;
+    for (int i = 0; i < 2; ++i) {
+        memcpy(hot.ap[i].bssid, scenario.access_points[i].bssid.bytes(), 6);
+        hot.ap[i].low = -100;
+    }
+    wifi_significant_change_params change{1, 1, 1, 1, {}};
+    change.ap[0] = hot.ap[1];
+    change.ap[0].low = static_cast<int>(std::lround(sim().expectedRssiDbm(cafe, 0))) - 3;
+
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_start_gscan(21, nullptr, params, kScan));
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_set_bssid_hotlist(22, nullptr, hot, kHotlist));
+    ASSERT_EQ(WIFI_SUCCESS,
+              varn_wifihal_set_significant_change_handler(23, nullptr, change, kChange));
+    for (int cycle = 0; cycle < 5; ++cycle) sim().runScanCycle();
+    ASSERT_TRUE(sim().waitUntilDelivered());
+
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        auto calls = [](const std::string& entry) {
+            return std::count(g_calls.begin(), g_calls.end(), entry);
+        };
+        // Office in every scan, Cafe in the first four; a completed scan each time.
+        EXPECT_EQ((std::vector<long>{5, 4, 5}),
+                  (std::vector<long>{calls("21 full Office"), calls("21 full Cafe"),
+                                     calls("21 event 0")}));
+        const int faded = static_cast<int>(std::lround(sim().expectedRssiDbm(cafe, 1)));
+        const std::vector<std::string> monitored = {"22 found Office", "22 found Cafe",
+                                                    "23 change 2462 " + std::to_string(faded),
+                                                    "22 lost Cafe"};
+        std::vector<std::string> others;
+        for (const std::string& c : g_calls) {
+            if (c.compare(0, 3, "21 ") != 0) others.push_back(c);
+        }
+        EXPECT_EQ(monitored, others);
+        EXPECT_EQ(18u, g_calls.size());
+        EXPECT_EQ(sim().serviceThreadId(), g_hotlist_thread);
+    }
+
+    // Five scans cached; the count is the smaller of those and the maximum.
+    static wifi_cached_scan_results cached[8];
+    int num = -1;
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cached_gscan_results(nullptr, 0, 0, cached, &num));
+    EXPECT_EQ(0, num);
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cached_gscan_results(nullptr, 0, 3, cached, &num));
+    EXPECT_EQ(3, num);
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cached_gscan_results(nullptr, 1, 8, cached, &num));
+    EXPECT_EQ(5, num);
+    EXPECT_EQ(1, sim().lastRequest(VARN_REQ_GET_CACHED_BGSCAN_RESULTS).flush);
+    EXPECT_EQ((std::vector<int>{0, 2, 4, 1}),
+              (std::vector<int>{cached[0].scan_id, cached[0].num_results, cached[4].scan_id,
+                                cached[4].num_results}));
+    EXPECT_STREQ("Cafe", cached[3].results[1].ssid);
+    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS,
+              varn_wifihal_get_cached_gscan_results(nullptr, 0, -1, cached, &num));
+    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS,
+              varn_wifihal_get_cached_gscan_results(nullptr, 0, 8, cached, nullptr));
+    sim().answerNextWithNull(VARN_REQ_GET_CACHED_BGSCAN_RESULTS);
+    EXPECT_EQ(WIFI_ERROR_UNKNOWN,
+              varn_wifihal_get_cached_gscan_results(nullptr, 0, 8, cached, &num));
+
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_stop_gscan(21, nullptr));
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_reset_bssid_hotlist(22));
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_reset_significant_change_handler(23, nullptr));
+    EXPECT_TRUE(rspHandlers.empty());
+}
+
+}  // namespace
+}  // namespace wifihal_test
