@@ -46,10 +46,17 @@ cat >"$work/hal_loader.c" <<'C'
 #include <stdio.h>
 
 /* What a HAL knows: the library's file name, the name of the table getter,
- * and that the table is 23 function pointers, the first being init and the
- * second destroy (both return 0 on success). */
+ * and the 23 slots of the table in order (13 to 18 empty), the first being
+ * init and the second destroy (both return 0 on success). */
 typedef void (*slot_fn)(void);
 typedef const slot_fn* (*get_table_fn)(void);
+
+static const char* const kSlots[23] = {
+        "init", "destroy", "get_rtt_capabilities", "rtt_range_request", "rtt_range_cancel",
+        "get_varn_version", "get_varn_capabilities", "get_valid_channels",
+        "get_gscan_capabilities", "start_gscan", "stop_gscan", "get_cached_gscan_results",
+        NULL, NULL, NULL, NULL, NULL, NULL, "set_lci", "set_lcr", "get_responder_info",
+        "enable_responder", "disable_responder"};
 
 int main(int argc, char** argv) {
     if (argc != 2) return 2;
@@ -65,12 +72,28 @@ int main(int argc, char** argv) {
     }
     const slot_fn* table = get_table();
     int filled = 0;
-    for (int i = 0; i < 23; ++i) filled += table[i] != NULL;
-    if (filled == 0 || table[0] == NULL || table[1] == NULL) return 1;
+    for (int i = 0; i < 23; ++i) {
+        void* expected = NULL;
+        if (kSlots[i] != NULL) {
+            char name[64];
+            snprintf(name, sizeof(name), "varn_wifihal_%s", kSlots[i]);
+            expected = dlsym(handle, name);
+            if (expected == NULL) {
+                fprintf(stderr, "slot %d: %s is not exported\n", i + 1, name);
+                return 1;
+            }
+        }
+        if ((void*)table[i] != expected) {
+            fprintf(stderr, "slot %d does not hold %s\n", i + 1, kSlots[i] ? kSlots[i] : "null");
+            return 1;
+        }
+        filled += table[i] != NULL;
+    }
     int (*init)(void) = (int (*)(void))table[0];
     int (*destroy)(void) = (int (*)(void))table[1];
     if (init() != 0 || destroy() != 0) return 1;
-    printf("loaded: %d of 23 slots set; init and destroy through the table succeeded\n", filled);
+    printf("loaded: %d of 23 slots set, each its exported entry point; init and destroy through "
+           "the table succeeded\n", filled);
     return dlclose(handle) == 0 ? 0 : 1;
 }
 C
