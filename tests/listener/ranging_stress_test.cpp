@@ -57,6 +57,8 @@ TEST(ListenerStressTest, EveryConcurrentRangingRequestIsAnsweredOnce) {
     loc_utils_set_varn_conf_path("/nonexistent/varn-listener-stress.conf");
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     for (auto& answers : g_answers) answers.store(0);
+    g_total = 0;
+    g_results = 0;
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_ERROR);
     varn_test::LogCapture log;
 
