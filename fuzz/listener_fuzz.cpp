@@ -129,7 +129,9 @@ VARNScanMeasurement* measurement(FuzzedDataProvider& in) {
     m->ssid.setSSID(ssid, static_cast<uint32_t>(ssid_length));
     const uint32_t ie_length = in.ConsumeIntegralInRange<uint32_t>(0, 700);
     const uint8_t ie_byte = in.ConsumeIntegral<uint8_t>();
-    for (uint32_t k = 0; k < ie_length; ++k) m->ie_data.push_back(static_cast<uint8_t>(ie_byte + k));
+    for (uint32_t k = 0; k < ie_length; ++k) {
+        m->ie_data.push_back(static_cast<uint8_t>(ie_byte + k));
+    }
 
     const uint32_t frames = in.ConsumeIntegralInRange<uint32_t>(0, 70);
     // Either distinct frames or copies of one, which reach the outlier paths cheaply.
@@ -211,7 +213,8 @@ void convertCached(FuzzedDataProvider& in) {
         rsp.getCachedResults().push_back(scan);
     }
     const unsigned max = in.ConsumeIntegralInRange<unsigned>(1, 4);
-    auto* out = static_cast<wifi_cached_scan_results*>(calloc(max, sizeof(wifi_cached_scan_results)));
+    auto* out = static_cast<wifi_cached_scan_results*>(
+            calloc(max, sizeof(wifi_cached_scan_results)));
     if (out == nullptr) return;
     toWiFiCachedScanResults(max, out, rsp.getCachedResults());
     consume(out, max * sizeof(wifi_cached_scan_results));

@@ -289,9 +289,11 @@ TEST_F(DispatchTest, HotlistEvents) {
     for (eVARNEventCode code : {VARN_AP_FOUND_EVT, VARN_AP_LOST_EVT, VARN_SIGNIFICANT_CHANGE_EVT}) {
         auto* rsp = new VARNScanEventResponse(61, VARN_RSP_HOTLIST_EVENT, VARN_RSP_STATUS_SUCCESS,
                                               code);
-        // Record 0's 300 element bytes run past both records; record 1's 30 past itself.
+        // Element bytes running past the records: 300 from record 0, then 0,
+        // then 250 from record 2, which end farthest.
         rsp->getMeasurements().push_back(scanAp(1, {-70}, std::vector<uint8_t>(300, 0xcd)));
-        rsp->getMeasurements().push_back(scanAp(2, {-71}, std::vector<uint8_t>(30, 0xab)));
+        rsp->getMeasurements().push_back(scanAp(2, {-71}));
+        rsp->getMeasurements().push_back(scanAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
         varn_test::LogCapture log;
         deliver(rsp);
         if (code == VARN_SIGNIFICANT_CHANGE_EVT) {
@@ -301,8 +303,8 @@ TEST_F(DispatchTest, HotlistEvents) {
     EXPECT_EQ(2, g_seen.calls);
     EXPECT_EQ(22, g_seen.id);
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
-    EXPECT_EQ((std::vector<std::string>{"ap1", "ap2", "ap1", "ap2"}), g_seen.ssids);
-    EXPECT_EQ(std::vector<uint8_t>(30, 0xab), g_seen.ie);
+    EXPECT_EQ((std::vector<std::string>{"ap1", "ap2", "ap3", "ap1", "ap2", "ap3"}), g_seen.ssids);
+    EXPECT_EQ(std::vector<uint8_t>(250, 0xab), g_seen.ie);
 }
 
 TEST_F(DispatchTest, SignificantChangeEvents) {

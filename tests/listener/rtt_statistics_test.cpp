@@ -319,25 +319,33 @@ TEST_F(RttStatisticsTest, ExtremeFramesGiveDefinedStatistics) {
         EXPECT_EQ(c.median, median);
     }
 
-    // The reported spread is 64-bit and exact; an RSSI whose amplitude leaves
-    // the double range is taken relative to the strongest frame:
-    // 32767 / 2 + 10 log10((1 + 0) / 2) = 16380.49.
-    VARNScanMeasurement* peer =
-            newPeer(3, {{kMin, 32767}, {kMax, -32768}}, VARN_RTT_TYPE_1_SIDED);
+    // The reported spread is 64-bit and exact.
+    VARNScanMeasurement* peer = newPeer(3, {{kMin}, {kMax}}, VARN_RTT_TYPE_1_SIDED);
     wifi_rtt_result_v2 result{};
     listener_.computeRttMetrics(&result, peer, 0);
-    VARNClientListenerImpl::computeRssiMetrics(&result, peer);
     EXPECT_EQ(0, result.rtt_result.rtt);
     EXPECT_EQ(kMax, result.rtt_result.rtt_sd);
     EXPECT_EQ(4294967295, result.rtt_result.rtt_spread);
-    EXPECT_EQ(-2 * 16380, result.rtt_result.rssi);
-    EXPECT_EQ(65535, result.rtt_result.rssi_spread);
     delete peer;
-    // Every amplitude below the double range: -32768 / 2 + 0.
-    peer = newPeer(4, {{1000, -32768}, {1000, -32768}});
-    VARNClientListenerImpl::computeRssiMetrics(&result, peer);
-    EXPECT_EQ(2 * 16384, result.rtt_result.rssi);
-    delete peer;
+
+    // An RSSI level whose amplitudes leave the double range is taken relative
+    // to the strongest frame: max / 2 + 10 log10(sum of 10^((rssi - max) / 20) / n).
+    const struct {
+        std::initializer_list<Frame> frames;
+        int avg;
+    } kRssi[] = {
+            {{{0, 32767}, {0, -32768}}, 16380},  // 16383.5 + 10 log10(1 / 2)
+            {{{0, 32767}, {0, 32765}}, 16383},   // 16383.5 + 10 log10((1 + 0.794) / 2)
+            {{{0, -32768}, {0, -32768}}, -16384},
+    };
+    for (const auto& c : kRssi) {
+        peer = newPeer(4, c.frames);
+        VARNClientListenerImpl::computeRssiMetrics(&result, peer);
+        EXPECT_EQ(-2 * c.avg, result.rtt_result.rssi);
+        EXPECT_EQ(peer->measurements[0]->rssi - peer->measurements[1]->rssi,
+                  result.rtt_result.rssi_spread);
+        delete peer;
+    }
 }
 
 }  // namespace

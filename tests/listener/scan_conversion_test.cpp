@@ -178,7 +178,8 @@ TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
     for (unsigned max : {1u, 2u}) {
         SCOPED_TRACE(max);
         // Exactly `max` records on the heap, so that a write past them is caught.
-        auto* out = static_cast<wifi_cached_scan_results*>(calloc(max, sizeof(wifi_cached_scan_results)));
+        auto* out = static_cast<wifi_cached_scan_results*>(
+                calloc(max, sizeof(wifi_cached_scan_results)));
         toWiFiCachedScanResults(max, out, cached);
         const wifi_scan_result& last = out[max - 1].results[31];
         EXPECT_EQ(24u, last.ie_length);
