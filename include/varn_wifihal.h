@@ -55,12 +55,14 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_destroy(void);
 // Starts ranging towards `num_rtt_config` targets. `rtt_config` is borrowed
 // for the call; `handler` is copied and called later, on the client
 // library's thread, with the results. Returns WIFI_SUCCESS once the service
-// accepted the request, WIFI_ERROR_UNINITIALIZED while the interface is down,
-// WIFI_ERROR_UNKNOWN for missing arguments, an invalid configuration or a
-// refusal, WIFI_ERROR_OUT_OF_MEMORY when an accepted request cannot be
-// recorded (its results are then dropped). A refused or invalid request
-// registers no callbacks; an invalid one consumes no request id either.
-// Does not block.
+// accepted the request, WIFI_ERROR_UNINITIALIZED while the interface is down
+// or has no client (a second init while up drops it), WIFI_ERROR_UNKNOWN for
+// missing arguments, an invalid configuration or a refusal,
+// WIFI_ERROR_OUT_OF_MEMORY when the request cannot be built or recorded
+// (nothing is sent then). The callbacks are recorded before the send, so an
+// answer that comes before this returns is delivered; a refused, invalid or
+// unrecorded request leaves no callbacks behind, and an invalid one consumes
+// no request id either. Does not block.
 VEL_LOC_FW_EXPORT wifi_error varn_wifihal_rtt_range_request(wifi_request_id id,
                                                             wifi_interface_handle iface,
                                                             unsigned num_rtt_config,
@@ -70,8 +72,9 @@ VEL_LOC_FW_EXPORT wifi_error varn_wifihal_rtt_range_request(wifi_request_id id,
 // Forgets the handler of request `id` and asks the service to stop ranging
 // towards the `num_devices` addresses of `addr` (borrowed). Returns
 // WIFI_SUCCESS when the service accepted the cancel, WIFI_ERROR_UNINITIALIZED
-// while down, WIFI_ERROR_UNKNOWN for missing arguments or a refusal. The
-// handler is forgotten even when the cancel is refused. Does not block.
+// while down or without a client, WIFI_ERROR_UNKNOWN for missing arguments or
+// a refusal. The handler is forgotten even when the cancel is refused. Does
+// not block.
 VEL_LOC_FW_EXPORT wifi_error varn_wifihal_rtt_range_cancel(wifi_request_id id,
                                                            wifi_interface_handle iface,
                                                            unsigned num_devices, mac_addr addr[]);

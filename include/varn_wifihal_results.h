@@ -40,7 +40,9 @@ VEL_LOC_FW_EXPORT void toWiFiScanResult(unsigned int count, wifi_scan_result* ou
 
 // Converts min(`max`, `cached.size()`) cached scans into `out[0..]` (records
 // of 2832 bytes). `num_results` is the uncapped number of measurements of the
-// scan; at most 32 of them are converted, as `toWiFiScanResult` does. The
+// scan; at most 32 of them are converted, as `toWiFiScanResult` does. `out`
+// must hold `max` records: information-element bytes that would run past its
+// end are not written (`ie_length` still gives the number the AP sent). The
 // caller reports the same minimum to the HAL. An SSID reported longer than 32
 // bytes aborts the process.
 VEL_LOC_FW_EXPORT void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,

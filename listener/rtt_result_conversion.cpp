@@ -147,7 +147,17 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
             rssi_min = rssi;
         }
     }
-    const int32_t avg = static_cast<int32_t>(10.0 * log10(amplitude_sum / n));
+    double level = 10.0 * log10(amplitude_sum / n);
+    if (!std::isfinite(level)) {
+        // Amplitudes beyond the double range (RSSI values in the thousands):
+        // the same level taken relative to the strongest frame, which is finite.
+        double relative_sum = 0.0;
+        for (uint32_t k = 0; k < n; ++k) {
+            relative_sum += pow(10.0, (frames[k]->rssi - rssi_max) / 20.0);
+        }
+        level = rssi_max / 2.0 + 10.0 * log10(relative_sum / n);
+    }
+    const int32_t avg = static_cast<int32_t>(level);
     const int32_t spread = rssi_max - rssi_min;
     result->rtt_result.rssi = avg * -2;
     result->rtt_result.rssi_spread = spread;

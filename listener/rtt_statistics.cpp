@@ -93,7 +93,10 @@ void VARNClientListenerImpl::computeStats(const VARNFrameList& frames, float& me
     }
     const uint32_t n = frames.size();
     int64_t sum = 0;
-    int64_t sum_of_squares = 0;
+    // 128 bits: each square reaches 2^62, so 64 bits overflow from the second
+    // frame on; the wide sum is exact and equals the 64-bit one wherever that
+    // one did not overflow (and converts to the same float).
+    __int128 sum_of_squares = 0;
     int32_t high = frames[0]->rtt_ps;
     int32_t low = frames[0]->rtt_ps;
     for (uint32_t i = 0; i < n; ++i) {
@@ -112,13 +115,24 @@ void VARNClientListenerImpl::computeStats(const VARNFrameList& frames, float& me
     const float n_m_m = n_m * m_f;
     const float q_f = static_cast<float>(sum_of_squares);
     const float deviation = q_f - n_m_m;
-    const int64_t variance = static_cast<int64_t>(deviation) / static_cast<int64_t>(n);
+    // Frames far apart (or rounding at 2^63) can put the deviation outside
+    // the 64-bit range: it saturates at the nearer limit.
+    const int64_t deviation_int = deviation >= 0x1p63f   ? INT64_MAX
+                                  : deviation < -0x1p63f ? INT64_MIN
+                                                         : static_cast<int64_t>(deviation);
+    const int64_t variance = deviation_int / static_cast<int64_t>(n);
     // Rounding can leave a tiny negative variance for equal samples; its
-    // square root is NaN, which the target converts to 0.
-    stdev = variance > 0 ? static_cast<int32_t>(std::sqrt(static_cast<double>(variance))) : 0;
+    // square root is NaN, which the target converts to 0. A root beyond the
+    // 32-bit range (frames at both ends of it) saturates at INT32_MAX.
+    stdev = variance > 0 ? static_cast<int32_t>(std::min(std::sqrt(static_cast<double>(variance)),
+                                                         static_cast<double>(INT32_MAX)))
+                         : 0;
     max = high;
     min = low;
-    spread = high - low;
+    // Frames at both ends of the 32-bit range give a spread beyond it: it
+    // saturates at INT32_MAX.
+    const int64_t wide_spread = static_cast<int64_t>(high) - low;
+    spread = wide_spread > INT32_MAX ? INT32_MAX : static_cast<int32_t>(wide_spread);
 
     if (with_median) {
         varn_listener::InlineArray<int32_t, 64> copy;
@@ -242,5 +256,6 @@ void VARNClientListenerImpl::computeRttMetrics(wifi_rtt_result_v2* result,
 
     result->rtt_result.rtt = static_cast<wifi_timespan>(chosen.mean);
     result->rtt_result.rtt_sd = chosen.stdev;
-    result->rtt_result.rtt_spread = chosen.max - chosen.min;
+    // In 64 bits: exact also when the frames span more than the 32-bit range.
+    result->rtt_result.rtt_spread = static_cast<int64_t>(chosen.max) - chosen.min;
 }

@@ -31,8 +31,8 @@ wifi_scan_result* recordAt(unsigned char* base, uint32_t index) {
 }
 
 // Converts one measurement into `*out`; the element bytes go to the bytes
-// from `out->ie_data` on.
-void convertOne(wifi_scan_result* out, const VARNScanMeasurement* meas) {
+// from `out->ie_data` on, at most `ie_room` of them.
+void convertOne(wifi_scan_result* out, const VARNScanMeasurement* meas, size_t ie_room) {
     char ssid[33] = {};
     uint32_t ssid_length = 0;
     meas->ssid.getSSID(ssid, &ssid_length);
@@ -60,7 +60,8 @@ void convertOne(wifi_scan_result* out, const VARNScanMeasurement* meas) {
     const uint32_t ie_length = meas->ie_data.size();
     out->ie_length = ie_length;
     unsigned char* ie = reinterpret_cast<unsigned char*>(out) + offsetof(wifi_scan_result, ie_data);
-    for (uint32_t k = 0; k < ie_length; ++k) ie[k] = meas->ie_data[k];
+    const size_t copied = ie_length < ie_room ? ie_length : ie_room;
+    for (size_t k = 0; k < copied; ++k) ie[k] = meas->ie_data[static_cast<uint32_t>(k)];
 }
 
 }  // namespace
@@ -77,7 +78,8 @@ void toWiFiScanResult(unsigned int count, wifi_scan_result* out,
     const bool verbose = fw::is_log_verbose_enabled(kWifiHalTag);
     for (uint32_t i = 0; i < n; ++i) {
         wifi_scan_result* record = recordAt(base, i);
-        convertOne(record, meas[i]);
+        // The caller sized `out` for every record's elements.
+        convertOne(record, meas[i], SIZE_MAX);
         if (verbose) {
             const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(record->bssid);
             VARN_LOG_VERBOSE(kWifiHalTag,
@@ -98,6 +100,10 @@ void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,
     fw::log_debug(kWifiHalTag, "%s: requested %u results, got %u results, passing %u results",
                   "toWiFiCachedScanResults", max, available, n);
     unsigned char* base = reinterpret_cast<unsigned char*>(out);
+    // The HAL's array holds `max` records. Element bytes run on into the next
+    // records as everywhere, but those of the last record are cut at the end
+    // of the array; `ie_length` still tells how many the AP sent.
+    const unsigned char* end = base + static_cast<size_t>(max) * kCachedResultStride;
     for (uint32_t k = 0; k < n; ++k) {
         auto* scan = reinterpret_cast<wifi_cached_scan_results*>(
                 base + static_cast<size_t>(k) * kCachedResultStride);
@@ -115,7 +121,9 @@ void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,
                                  offsetof(wifi_cached_scan_results, results);
         for (uint32_t j = 0; j < converted; ++j) {
             wifi_scan_result* record = recordAt(results, j);
-            convertOne(record, source->measurements[j]);
+            const unsigned char* ie =
+                    reinterpret_cast<unsigned char*>(record) + offsetof(wifi_scan_result, ie_data);
+            convertOne(record, source->measurements[j], static_cast<size_t>(end - ie));
             if (varn_debug_level >= 5) {
                 const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(record->bssid);
                 VARN_LOG_VERBOSE(kWifiHalTag,

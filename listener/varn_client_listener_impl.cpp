@@ -46,6 +46,17 @@ void printVarnResponse(const vel_loc_fw::vector<VARNScanMeasurement*>& measureme
 // A response's HAL request id is -1 (0xFFFFFFFF) when none is pending.
 bool noHalId(int32_t hal_id) { return static_cast<uint32_t>(hal_id) > 0xFFFFFFFEu; }
 
+// Releases results that no HAL callback will see. Elements 1..count-1 own
+// LCI/LCR blocks that only a callback could otherwise free, so they are freed
+// here before the array goes the usual way.
+void dropRttResults(wifi_rtt_result_v2* results, uint32_t count) {
+    for (uint32_t i = 1; i < count; ++i) {
+        free(results[i].rtt_result.LCI);
+        free(results[i].rtt_result.LCR);
+    }
+    FREE_RTT_RESULTS(results);
+}
+
 template <typename Fn>
 void* callbackAddress(Fn fn) {
     return reinterpret_cast<void*>(fn);
@@ -67,14 +78,14 @@ bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
     auto** pointers = static_cast<Result**>(malloc(count * sizeof(Result*)));
     if (pointers == nullptr && count != 0) {
         fw::log_error(kTag, "%s", kDropAllocation);
-        FREE_RTT_RESULTS(results);
+        dropRttResults(results, count);
         return false;
     }
     for (uint32_t i = 0; i < count; ++i) pointers[i] = element(&results[i]);
     *hal_id = find_hal_id(varn_req_id);
     if (noHalId(*hal_id)) {
         fw::log_error(kTag, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
-        FREE_RTT_RESULTS(results);
+        dropRttResults(results, count);
         free(pointers);
         return false;
     }
@@ -123,7 +134,7 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
     wifi_rtt_event_handler handlers = {};
     if (getRttHandler(varn_req_id, &handlers) != 0) {
         fw::log_error(kTag, "@responseReceived(): got a rsp but NULL handler...drop the rsp");
-        FREE_RTT_RESULTS(results);
+        dropRttResults(results, count);
         return;
     }
 
@@ -141,7 +152,7 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
     } else {
         fw::log_error(kTag,
                       "@responseReceived(): Rtt result callbacks are NULL, dropping the results");
-        FREE_RTT_RESULTS(results);
+        dropRttResults(results, count);
         hal_id = findRttHalReqId(varn_req_id);
     }
     // Ranging requests are answered once: the request is retired now.
@@ -198,13 +209,14 @@ void handleHotlistEvent(VARNScanEventResponse& rsp) {
     getHotlistApEvtHandler(hal_id, rsp.getRequestId(), &handlers);
     vel_loc_fw::vector<VARNScanMeasurement*> measurements = rsp.getMeasurements();
     const uint32_t count = measurements.size();
-    // Records at the fixed 88-byte stride; room is added after the last one
-    // for whatever part of its information elements does not fit its record.
+    // Records at the fixed 88-byte stride, each with its information elements
+    // from its `ie_data` on (running into the records after it): the block
+    // reaches the end of the farthest element copy, and at least the records.
     size_t size = static_cast<size_t>(count) * sizeof(wifi_scan_result);
-    if (count != 0) {
-        const size_t room = sizeof(wifi_scan_result) - offsetof(wifi_scan_result, ie_data);
-        const size_t last_ie = measurements[count - 1]->ie_data.size();
-        if (last_ie > room) size += last_ie - room;
+    for (uint32_t i = 0; i < count; ++i) {
+        const size_t end = static_cast<size_t>(i) * sizeof(wifi_scan_result) +
+                           offsetof(wifi_scan_result, ie_data) + measurements[i]->ie_data.size();
+        if (end > size) size = end;
     }
     auto* results = static_cast<wifi_scan_result*>(calloc(1, size == 0 ? 1 : size));
     if (results == nullptr) {

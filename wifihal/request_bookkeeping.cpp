@@ -192,6 +192,13 @@ int addRttRequestHandler(int32_t clReqId, uint32_t varnReqId,
     return 0;
 }
 
+void removeRttRequestHandler(uint32_t varnReqId) {
+    BookkeepingLock lock;
+    RttRequestHandlerNode* node = rttRequestHandlers.find(
+            [varnReqId](const RttRequestHandlerNode& n) { return n.varnReqId == varnReqId; });
+    if (node != nullptr) rttRequestHandlers.erase_and_delete(node);
+}
+
 int addRspHandler(int32_t clReqId, uint32_t varnReqId, eVARNRequestType reqType,
                   const RspHandlerRecord& handler) {
     RspHandlerNode* node =

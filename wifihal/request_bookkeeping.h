@@ -34,6 +34,11 @@ int32_t findRttHalReqId(uint32_t varnReqId);
 int addRttRequestHandler(int32_t clReqId, uint32_t varnReqId,
                          const wifi_rtt_event_handler& handler);
 
+// Removes the `rttRequestHandlers` node whose client id is `varnReqId` (client
+// ids are unique); nothing when there is none. Undoes `addRttRequestHandler`
+// for a request the service refused.
+void removeRttRequestHandler(uint32_t varnReqId);
+
 // Records a scan/hotlist/significant-change request's callbacks at the head of
 // `rspHandlers`. Returns 0, or -1 when out of memory (logged).
 int addRspHandler(int32_t clReqId, uint32_t varnReqId, eVARNRequestType reqType,

@@ -87,15 +87,16 @@ void printWiFiHalRequest(wifi_request_id id, unsigned num, const wifi_rtt_config
         log_verbose(kWifiHalTag,
                     "%s: RTT_type(0x%x) PEER_type(%s) BW(%s) Burst: num(%u), period(%u) 100ms, "
                     "duration(%u) frames/burst(%u)",
-                    __func__, static_cast<unsigned>(c.type), peerName(c.peer),
-                    channelWidthName(c.channel.width), c.num_burst, c.burst_period,
+                    __func__, static_cast<unsigned>(halInt(c.type)),
+                    peerName(static_cast<uint32_t>(halInt(c.peer))),
+                    channelWidthName(halInt(c.channel.width)), c.num_burst, c.burst_period,
                     c.burst_duration, c.num_frames_per_burst);
         log_verbose(kWifiHalTag,
                     "%s: retries_per_measurement_frame(%u), retries_per_ftmr(%u), LCI(%u), "
                     "LCR(%u), preamble(0x%x), bw(0x%x)",
                     __func__, c.num_retries_per_rtt_frame, c.num_retries_per_ftmr,
                     static_cast<unsigned>(c.LCI_request), static_cast<unsigned>(c.LCR_request),
-                    static_cast<unsigned>(c.preamble), static_cast<unsigned>(c.bw));
+                    static_cast<unsigned>(halInt(c.preamble)), static_cast<unsigned>(halInt(c.bw)));
     }
 }
 
@@ -125,13 +126,15 @@ void printVarnRequest(uint32_t request_id, const vel_loc_fw::vector<VARNPeriodic
 
 // Checks one entry; logs the first invalid field and returns false.
 bool checkNode(const wifi_rtt_config& c) {
-    if (c.type != RTT_TYPE_1_SIDED && c.type != RTT_TYPE_2_SIDED) {
-        log_debug(kWifiHalTag, "%s: Unknown RTT type %d", kCheckFn, static_cast<int>(c.type));
+    const int32_t type = halInt(c.type);
+    if (type != RTT_TYPE_1_SIDED && type != RTT_TYPE_2_SIDED) {
+        log_debug(kWifiHalTag, "%s: Unknown RTT type %d", kCheckFn, type);
         return false;
     }
     // Ranging towards stations and P2P peers is not offered by the service.
-    if (c.peer != RTT_PEER_AP && c.peer != RTT_PEER_NAN) {
-        log_debug(kWifiHalTag, "%s: Bad RTT peer %d", kCheckFn, static_cast<int>(c.peer));
+    const int32_t peer = halInt(c.peer);
+    if (peer != RTT_PEER_AP && peer != RTT_PEER_NAN) {
+        log_debug(kWifiHalTag, "%s: Bad RTT peer %d", kCheckFn, peer);
         return false;
     }
     // Only single-shot ranging is offered.
@@ -148,7 +151,7 @@ bool checkNode(const wifi_rtt_config& c) {
                   static_cast<int>(c.num_frames_per_burst));
         return false;
     }
-    const bool two_sided = c.type == RTT_TYPE_2_SIDED;
+    const bool two_sided = type == RTT_TYPE_2_SIDED;
     if (two_sided && c.num_retries_per_ftmr > kMaxRetries) {
         log_debug(kWifiHalTag, "%s: num_retries_per_ftmr (%d) out of range", kCheckFn,
                   static_cast<int>(c.num_retries_per_ftmr));
@@ -181,15 +184,16 @@ bool checkNode(const wifi_rtt_config& c) {
                   static_cast<int>(c.burst_duration));
         return false;
     }
-    if (c.preamble != WIFI_RTT_PREAMBLE_LEGACY && c.preamble != WIFI_RTT_PREAMBLE_HT &&
-        c.preamble != WIFI_RTT_PREAMBLE_VHT && c.preamble != WIFI_RTT_PREAMBLE_HE) {
-        log_debug(kWifiHalTag, "%s: preamble out of range %d", kCheckFn,
-                  static_cast<int>(c.preamble));
+    const int32_t preamble = halInt(c.preamble);
+    if (preamble != WIFI_RTT_PREAMBLE_LEGACY && preamble != WIFI_RTT_PREAMBLE_HT &&
+        preamble != WIFI_RTT_PREAMBLE_VHT && preamble != WIFI_RTT_PREAMBLE_HE) {
+        log_debug(kWifiHalTag, "%s: preamble out of range %d", kCheckFn, preamble);
         return false;
     }
     // 160 MHz ranging is not offered, although the conversion knows its code.
-    if (c.bw != WIFI_RTT_BW_20 && c.bw != WIFI_RTT_BW_40 && c.bw != WIFI_RTT_BW_80) {
-        log_debug(kWifiHalTag, "%s: bw out of range %d", kCheckFn, static_cast<int>(c.bw));
+    const int32_t bw = halInt(c.bw);
+    if (bw != WIFI_RTT_BW_20 && bw != WIFI_RTT_BW_40 && bw != WIFI_RTT_BW_80) {
+        log_debug(kWifiHalTag, "%s: bw out of range %d", kCheckFn, bw);
         return false;
     }
     return true;
@@ -260,7 +264,7 @@ uint32_t toFtmParams(const wifi_rtt_config& c) {
     if (c.LCR_request != 0) word |= VARNPeriodicNodeInfo::kFtmLcrRequest;
     word |= (c.num_burst & 0xfu) << kFtmBurstExpShift;
     uint32_t duration = c.burst_duration;
-    if (c.type == RTT_TYPE_1_SIDED && duration == kBurstDurationNoPreference) {
+    if (halInt(c.type) == RTT_TYPE_1_SIDED && duration == kBurstDurationNoPreference) {
         duration = kMaxBurstDuration;
     }
     word |= (duration & 0xfu) << kFtmBurstDurationShift;
@@ -276,8 +280,9 @@ VARNPeriodicNodeInfo toPeriodicNodeInfo(const wifi_rtt_config& c) {
     node.frequency = static_cast<uint32_t>(c.channel.center_freq);
     node.center_freq0 = static_cast<uint32_t>(c.channel.center_freq0);
     node.center_freq1 = static_cast<uint32_t>(c.channel.center_freq1);
-    node.rtt_type = toVarnRttType(c.type);
-    node.peer_type = toVarnNodeType(c.peer);
+    const int32_t type = halInt(c.type);
+    node.rtt_type = toVarnRttType(static_cast<uint32_t>(type));
+    node.peer_type = toVarnNodeType(static_cast<uint32_t>(halInt(c.peer)));
     if (c.num_burst < kPeriodicMinBursts) {
         node.periodic = 0;
     } else {
@@ -285,12 +290,12 @@ VARNPeriodicNodeInfo toPeriodicNodeInfo(const wifi_rtt_config& c) {
         node.burst_period_ms = c.burst_period * kBurstPeriodUnitMs;
         node.num_bursts = c.num_burst;
     }
-    node.num_retries = static_cast<uint8_t>(
-            c.type == RTT_TYPE_2_SIDED ? c.num_retries_per_ftmr : c.num_retries_per_rtt_frame);
+    node.num_retries = static_cast<uint8_t>(type == RTT_TYPE_2_SIDED ? c.num_retries_per_ftmr
+                                                                     : c.num_retries_per_rtt_frame);
     node.packets_per_measurement = static_cast<uint8_t>(c.num_frames_per_burst & 0xffu);
     node.ftm_params = toFtmParams(c);
-    node.preamble = toVarnPreamble(c.preamble);
-    node.bandwidth = toVarnBandwidth(c.bw);
+    node.preamble = toVarnPreamble(static_cast<uint32_t>(halInt(c.preamble)));
+    node.bandwidth = toVarnBandwidth(static_cast<uint32_t>(halInt(c.bw)));
     return node;
 }
 
@@ -301,7 +306,7 @@ wifi_error varn_wifihal_rtt_range_request(wifi_request_id id, wifi_interface_han
     // request that is refused below.
     if (g_discard_bw_mis_match != 0) clearReqCache();
 
-    if (varn_wifihal_interface_initialized == 0) {
+    if (clientUnavailable()) {
         log_warning(kWifiHalTag, "%s: Illegal rtt range request - interface not initialized",
                     __func__);
         return WIFI_ERROR_UNINITIALIZED;
@@ -318,26 +323,34 @@ wifi_error varn_wifihal_rtt_range_request(wifi_request_id id, wifi_interface_han
         return WIFI_ERROR_UNKNOWN;
     }
 
+    // A node or cache entry that cannot be stored fails the whole request
+    // before anything is sent: a partial request is never reported as success.
     vel_loc_fw::vector<VARNPeriodicNodeInfo> nodes;
     for (unsigned i = 0; i < num_rtt_config; ++i) {
         const VARNPeriodicNodeInfo node = toPeriodicNodeInfo(rtt_config[i]);
-        nodes.push_back(node);
-        if (g_discard_bw_mis_match != 0) appendReqCache(node.bssid, node.bandwidth);
+        if (nodes.push_back(node) != 0) return WIFI_ERROR_OUT_OF_MEMORY;
+        if (g_discard_bw_mis_match != 0 && appendReqCache(node.bssid, node.bandwidth) != 0) {
+            return WIFI_ERROR_OUT_OF_MEMORY;
+        }
     }
 
     const uint32_t varn_req_id = nextReqId();
-    VARNPeriodicRangingScanRequest request(varn_req_id, nodes, 0);
-    if (client->sendRequest(&request) != 0) return WIFI_ERROR_UNKNOWN;
-
-    // Registered only now that the service accepted the request.
+    // Registered before the send, not after it: the service may answer on its
+    // own thread before sendRequest returns, and that answer must find its
+    // handler. A refused send removes the node again, so it leaves nothing.
     if (addRttRequestHandler(id, varn_req_id, handler) != 0) return WIFI_ERROR_OUT_OF_MEMORY;
+    VARNPeriodicRangingScanRequest request(varn_req_id, nodes, 0);
+    if (client->sendRequest(&request) != 0) {
+        removeRttRequestHandler(varn_req_id);
+        return WIFI_ERROR_UNKNOWN;
+    }
     printVarnRequest(varn_req_id, nodes);
     return WIFI_SUCCESS;
 }
 
 wifi_error varn_wifihal_rtt_range_cancel(wifi_request_id id, wifi_interface_handle /*iface*/,
                                          unsigned num_devices, mac_addr addr[]) {
-    if (varn_wifihal_interface_initialized == 0) {
+    if (clientUnavailable()) {
         log_warning(kWifiHalTag, "%s: - interface not initialized", __func__);
         return WIFI_ERROR_UNINITIALIZED;
     }

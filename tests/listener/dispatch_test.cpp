@@ -78,7 +78,12 @@ void recordHotlist(int event, wifi_request_id id, unsigned n, wifi_scan_result* 
     g_seen.id = id;
     g_seen.count = n;
     g_seen.events.push_back(event);
-    for (unsigned i = 0; i < n; ++i) g_seen.ssids.push_back(results[i].ssid);
+    for (unsigned i = 0; i < n; ++i) {
+        g_seen.ssids.push_back(results[i].ssid);
+        // Every record's element bytes lie inside the block (later records overwrite them).
+        const auto* ie = reinterpret_cast<const uint8_t*>(results[i].ie_data);
+        g_seen.ie.assign(ie, ie + results[i].ie_length);
+    }
 }
 void onApFound(wifi_request_id id, unsigned n, wifi_scan_result* r) {
     recordHotlist(4, id, n, r);
@@ -104,12 +109,18 @@ class DispatchTest : public listener_test::ListenerTest {
         g_seen = Seen();
     }
 
-    static VARNRangingScanResponse* ranging(uint32_t varn_id, int peers) {
+    // `peers` peers, each with LCI and LCR elements when `elements` is set.
+    static VARNRangingScanResponse* ranging(uint32_t varn_id, int peers, bool elements = false) {
         auto* rsp = new VARNRangingScanResponse(varn_id, VARN_SCAN_STATUS_SUCCESS);
+        const uint8_t data[] = {0x11, 0x22};
         for (int i = 0; i < peers; ++i) {
             const int32_t rtt = 20000 + 1000 * i;
-            rsp->getMeasurements().push_back(
-                    newPeer(static_cast<uint8_t>(i), {{rtt}, {rtt}, {rtt}}));
+            VARNScanMeasurement* peer = newPeer(static_cast<uint8_t>(i), {{rtt}, {rtt}, {rtt}});
+            if (elements) {
+                EXPECT_EQ(0, peer->setLci(8, data, 2));
+                EXPECT_EQ(0, peer->setLcr(11, data, 2));
+            }
+            rsp->getMeasurements().push_back(peer);
         }
         return rsp;
     }
@@ -226,7 +237,8 @@ TEST_F(DispatchTest, RangingDropsAndUnansweredRetirement) {
             ASSERT_EQ(0, addRttRequestHandler(c.hal_id, varn_id, c.handler));
         }
         varn_test::LogCapture log;
-        deliver(ranging(varn_id, 2));
+        // No callback sees the elements: all of them are released (the leak checker watches).
+        deliver(ranging(varn_id, 3, true));
         EXPECT_EQ(0, g_seen.calls);
         EXPECT_TRUE(log.contains(c.message)) << log.dump();
         wifi_rtt_event_handler out{};
@@ -277,8 +289,11 @@ TEST_F(DispatchTest, HotlistEvents) {
     for (eVARNEventCode code : {VARN_AP_FOUND_EVT, VARN_AP_LOST_EVT, VARN_SIGNIFICANT_CHANGE_EVT}) {
         auto* rsp = new VARNScanEventResponse(61, VARN_RSP_HOTLIST_EVENT, VARN_RSP_STATUS_SUCCESS,
                                               code);
-        rsp->getMeasurements().push_back(scanAp(1, {-70}));
-        rsp->getMeasurements().push_back(scanAp(2, {-71}, std::vector<uint8_t>(30, 0xab)));
+        // Element bytes running past the records: 300 from record 0, then 0,
+        // then 250 from record 2, which end farthest.
+        rsp->getMeasurements().push_back(scanAp(1, {-70}, std::vector<uint8_t>(300, 0xcd)));
+        rsp->getMeasurements().push_back(scanAp(2, {-71}));
+        rsp->getMeasurements().push_back(scanAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
         varn_test::LogCapture log;
         deliver(rsp);
         if (code == VARN_SIGNIFICANT_CHANGE_EVT) {
@@ -288,7 +303,8 @@ TEST_F(DispatchTest, HotlistEvents) {
     EXPECT_EQ(2, g_seen.calls);
     EXPECT_EQ(22, g_seen.id);
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
-    EXPECT_EQ((std::vector<std::string>{"ap1", "ap2", "ap1", "ap2"}), g_seen.ssids);
+    EXPECT_EQ((std::vector<std::string>{"ap1", "ap2", "ap3", "ap1", "ap2", "ap3"}), g_seen.ssids);
+    EXPECT_EQ(std::vector<uint8_t>(250, 0xab), g_seen.ie);
 }
 
 TEST_F(DispatchTest, SignificantChangeEvents) {

@@ -287,4 +287,65 @@ TEST_F(RttStatisticsTest, OnlyTwoSidedMeasurementsAreFiltered) {
     }
 }
 
+// Frames at the ends of the 32-bit range: sums that overflow 64 bits are kept
+// exact, results beyond their type saturate.
+TEST_F(RttStatisticsTest, ExtremeFramesGiveDefinedStatistics) {
+    constexpr int32_t kMax = INT32_MAX;
+    constexpr int32_t kMin = INT32_MIN;
+    struct Case {
+        std::initializer_list<int32_t> rtts;
+        float mean;
+        int32_t spread, stdev, median;
+    };
+    const Case cases[] = {
+            // Q = 3 (2^31-1)^2 > 2^63; as floats Q and n m m are both 3 * 2^62: stdev 0.
+            {{kMax, kMax, kMax}, 2147483648.0f, 0, 0, kMax},
+            // Q = 2^63 exactly; n m m too.
+            {{kMin, kMin}, -2147483648.0f, 0, 0, 0},  // the median's 32-bit sum wraps
+            // m = 0 and Q rounds to 2^63 as a float: the deviation saturates at
+            // INT64_MAX, its root (2^31) at INT32_MAX, and so does the spread.
+            {{kMin, kMax}, 0.0f, kMax, kMax, 0},
+    };
+    for (const Case& c : cases) {
+        std::vector<VARNMeasurementInfo> storage;
+        VARNFrameList frames;
+        fillFrames(frames, storage, c.rtts);
+        float mean = -1;
+        int32_t max = -1, min = -1, spread = -1, stdev = -1, median = -1;
+        VARNClientListenerImpl::computeStats(frames, mean, max, min, spread, stdev, median, true);
+        EXPECT_EQ(c.mean, mean);
+        EXPECT_EQ(c.spread, spread);
+        EXPECT_EQ(c.stdev, stdev);
+        EXPECT_EQ(c.median, median);
+    }
+
+    // The reported spread is 64-bit and exact.
+    VARNScanMeasurement* peer = newPeer(3, {{kMin}, {kMax}}, VARN_RTT_TYPE_1_SIDED);
+    wifi_rtt_result_v2 result{};
+    listener_.computeRttMetrics(&result, peer, 0);
+    EXPECT_EQ(0, result.rtt_result.rtt);
+    EXPECT_EQ(kMax, result.rtt_result.rtt_sd);
+    EXPECT_EQ(4294967295, result.rtt_result.rtt_spread);
+    delete peer;
+
+    // An RSSI level whose amplitudes leave the double range is taken relative
+    // to the strongest frame: max / 2 + 10 log10(sum of 10^((rssi - max) / 20) / n).
+    const struct {
+        std::initializer_list<Frame> frames;
+        int avg;
+    } kRssi[] = {
+            {{{0, 32767}, {0, -32768}}, 16380},  // 16383.5 + 10 log10(1 / 2)
+            {{{0, 32767}, {0, 32765}}, 16383},   // 16383.5 + 10 log10((1 + 0.794) / 2)
+            {{{0, -32768}, {0, -32768}}, -16384},
+    };
+    for (const auto& c : kRssi) {
+        peer = newPeer(4, c.frames);
+        VARNClientListenerImpl::computeRssiMetrics(&result, peer);
+        EXPECT_EQ(-2 * c.avg, result.rtt_result.rssi);
+        EXPECT_EQ(peer->measurements[0]->rssi - peer->measurements[1]->rssi,
+                  result.rtt_result.rssi_spread);
+        delete peer;
+    }
+}
+
 }  // namespace

@@ -162,6 +162,42 @@ TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
     release(unused);
 }
 
+TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
+    // Two full scans whose last records carry 24 element bytes: 8 fit that
+    // record, the rest run into the next scan or past the array.
+    std::vector<uint8_t> ie;
+    for (uint8_t b = 1; b <= 24; ++b) ie.push_back(b);
+    vel_loc_fw::vector<VARNBgscanCachedResult*> cached;
+    for (int k = 0; k < 2; ++k) {
+        auto* scan = new VARNBgscanCachedResult();
+        for (uint8_t i = 0; i < 32; ++i) {
+            scan->measurements.push_back(ap(i, 1, i == 31 ? ie : std::vector<uint8_t>()));
+        }
+        cached.push_back(scan);
+    }
+    for (unsigned max : {1u, 2u}) {
+        SCOPED_TRACE(max);
+        // Exactly `max` records on the heap, so that a write past them is caught.
+        auto* out = static_cast<wifi_cached_scan_results*>(
+                calloc(max, sizeof(wifi_cached_scan_results)));
+        toWiFiCachedScanResults(max, out, cached);
+        const wifi_scan_result& last = out[max - 1].results[31];
+        EXPECT_EQ(24u, last.ie_length);
+        EXPECT_EQ(0, memcmp(last.ie_data, ie.data(), 8));
+        if (max == 2) {
+            // Scan 0's bytes 17..20 stay in the word scan 1 leaves unwritten.
+            const auto* scan1 = reinterpret_cast<const uint8_t*>(&out[1]);
+            EXPECT_EQ(0, memcmp(scan1 + 8, &ie[16], 4));
+            EXPECT_EQ(32, out[1].num_results);
+        }
+        free(out);
+    }
+    for (VARNBgscanCachedResult* scan : cached) {
+        scan->measurements.clear();  // owned_ deletes them
+        delete scan;
+    }
+}
+
 TEST_F(ScanConversionTest, PerRecordCachedLogNeedsDebugLevelFive) {
     auto* scan = new VARNBgscanCachedResult();
     scan->measurements.push_back(ap(1, 1));

@@ -44,6 +44,13 @@ TEST_F(LifecycleTest, SecondInitWarnsAndDropsPointers) {
     EXPECT_EQ(nullptr, listener);
     EXPECT_TRUE(capture_.contains(
             "varn_wifihal_init: VARN-WIFIHAL interface already initialized!"));
+    // Without a client, ranging and cancel answer as if the interface were down.
+    wifi_rtt_config config = validConfig();
+    EXPECT_EQ(WIFI_ERROR_UNINITIALIZED,
+              varn_wifihal_rtt_range_request(1, nullptr, 1, &config, {nullptr, nullptr}));
+    EXPECT_EQ(WIFI_ERROR_UNINITIALIZED, varn_wifihal_rtt_range_cancel(1, nullptr, 1, &config.addr));
+    EXPECT_TRUE(capture_.contains("Illegal rtt range request - interface not initialized"));
+    EXPECT_TRUE(capture_.contains("varn_wifihal_rtt_range_cancel: - interface not initialized"));
     // The forgotten objects are still alive; release them here so the test leaks nothing.
     delete first_client;
     delete first_listener;

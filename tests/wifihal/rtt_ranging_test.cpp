@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstring>
 #include <functional>
+#include <new>
 #include <vector>
 
 #include <loc_utils/loc_utils.h>
@@ -13,12 +16,33 @@
 #include "wifihal/rtt_request_conversion.h"
 #include "wifihal_test_support.h"
 
+// Allocation failure for the ranging tests: while armed, the next non-throwing
+// operator new of the program fails. Otherwise forwards to the throwing form,
+// so every allocation still pairs with the matching delete.
+std::atomic<bool> g_fail_next_nothrow_new{false};
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    if (g_fail_next_nothrow_new.exchange(false)) return nullptr;
+    try {
+        return ::operator new(size);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
 namespace wifihal_test {
 namespace {
 
 void onRtt(wifi_request_id, unsigned, wifi_rtt_result**) {}
 void onRttV2(wifi_request_id, unsigned, wifi_rtt_result_v2**) {}
 const wifi_rtt_event_handler kHandler{onRtt, onRttV2};
+
+// Stores `value` in an enumeration-typed field as a C HAL may, also outside
+// the enumeration.
+template <typename Enum>
+void setRaw(Enum& field, int32_t value) {
+    memcpy(&field, &value, sizeof(value));
+}
 
 class RttRangingTest : public WifiHalTest {
   protected:
@@ -111,6 +135,16 @@ TEST_F(RttRangingTest, ValidationBoundaries) {
              "wifiNodeParamChecking: bw out of range 32"},
             {"bw 10", [](wifi_rtt_config& c) { c.bw = WIFI_RTT_BW_10; },
              "wifiNodeParamChecking: bw out of range 2"},
+            // Codes outside the HAL's enumerations, as raw integers.
+            {"raw type 4", [](wifi_rtt_config& c) { setRaw(c.type, 4); },
+             "wifiNodeParamChecking: Unknown RTT type 4"},
+            {"raw peer 8", [](wifi_rtt_config& c) { setRaw(c.peer, 8); },
+             "wifiNodeParamChecking: Bad RTT peer 8"},
+            {"raw preamble 0x20", [](wifi_rtt_config& c) { setRaw(c.preamble, 0x20); },
+             "wifiNodeParamChecking: preamble out of range 32"},
+            {"raw bw 0x80", [](wifi_rtt_config& c) { setRaw(c.bw, 0x80); },
+             "wifiNodeParamChecking: bw out of range 128"},
+            {"raw width 8", [](wifi_rtt_config& c) { setRaw(c.channel.width, 8); }, nullptr},
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
@@ -272,13 +306,26 @@ TEST_F(RttRangingTest, RequestDumpMasksBssidBelowDebugLevelFive) {
     EXPECT_TRUE(capture_.contains("printWiFiHalRequest: BSSID: 00:11:22:ab:cd:5f"));
 }
 
-TEST_F(RttRangingTest, RefusedRequestRegistersNoHandler) {
-    sim().refuseNext(VARN_REQ_PERIODIC_RANGING_SCAN);
+TEST_F(RttRangingTest, RefusedOrUnrecordableRequestsLeaveNothingBehind) {
+    const struct {
+        bool refuse;  // else the handler node cannot be allocated
+        wifi_error result;
+        size_t sent;
+    } kCases[] = {{true, WIFI_ERROR_UNKNOWN, 1}, {false, WIFI_ERROR_OUT_OF_MEMORY, 0}};
     wifi_rtt_config config = validConfig();
-    EXPECT_EQ(WIFI_ERROR_UNKNOWN,
-              varn_wifihal_rtt_range_request(5, nullptr, 1, &config, kHandler));
-    EXPECT_EQ(1u, req_id);  // the id was taken for the refused send
-    EXPECT_TRUE(rttRequestHandlers.empty());
+    for (const auto& c : kCases) {
+        sim().clearRequests();
+        if (c.refuse) {
+            sim().refuseNext(VARN_REQ_PERIODIC_RANGING_SCAN);
+        } else {
+            g_fail_next_nothrow_new = true;
+        }
+        EXPECT_EQ(c.result, varn_wifihal_rtt_range_request(5, nullptr, 1, &config, kHandler));
+        EXPECT_FALSE(g_fail_next_nothrow_new.load());
+        EXPECT_EQ(c.sent, sim().requestCount());
+        EXPECT_TRUE(rttRequestHandlers.empty());
+    }
+    EXPECT_EQ(2u, req_id);  // each took an id
 }
 
 TEST_F(RttRangingTest, BandwidthCacheFollowsTheLatestRequest) {
