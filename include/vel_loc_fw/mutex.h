@@ -35,12 +35,19 @@ class VEL_LOC_FW_EXPORT Mutex {
 
 // The one implementation of Mutex. Embedded by WaitableBase; everyone else
 // creates mutexes through Mutex::createInstance().
-class MutexImpl : public Mutex {
+class MutexImpl final : public Mutex {
   public:
     MutexImpl(const char* name, bool verbose);
     ~MutexImpl() override;
     int lock() override;
     int unlock() override;
+
+    // Library-internal: lock() and unlock() themselves, defined inline in
+    // the library (framework/mutex_internal.h) so that its own hot paths, the
+    // log mutex above all, bind to them without a call. Hidden: nothing
+    // outside the library can use them.
+    __attribute__((visibility("hidden"))) int lock_inline();
+    __attribute__((visibility("hidden"))) int unlock_inline();
 
     MutexImpl(const MutexImpl&) = delete;
     MutexImpl& operator=(const MutexImpl&) = delete;
@@ -48,6 +55,10 @@ class MutexImpl : public Mutex {
   private:
     // Waits on its condition variable with this mutex.
     friend class WaitableBase;
+
+    // Out of line: the failure reports of lock_inline() and unlock_inline().
+    __attribute__((visibility("hidden"))) int report_lock_failure(int rc) const;
+    __attribute__((visibility("hidden"))) int report_unlock_failure() const;
 
     const char* name_;
     bool verbose_;

@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <string>
+#include <vector>
 
 #include "log_capture.h"
 
@@ -173,6 +174,34 @@ TEST_F(LogUtilTest, VerboseEnabledFollowsTheApplicableLevel) {
     log_set_global_level(EL_ERROR);
     log_set_local_level_for_tag("T", EL_VERBOSE);
     EXPECT_TRUE(is_log_verbose_enabled("T"));
+}
+
+TEST_F(LogUtilTest, ManyAndLongTagsEachKeepTheirOwnLevel) {
+    log_set_global_level(EL_INFO);
+    std::vector<std::string> tags;
+    for (int i = 0; i < 12; ++i) tags.push_back("Tag" + std::to_string(i));
+    tags.push_back(std::string(40, 'L'));
+    tags.push_back(std::string(40, 'L') + "x");  // shares the long prefix
+    for (size_t i = 0; i < tags.size(); ++i) {
+        ASSERT_EQ(0, log_set_local_level_for_tag(tags[i].c_str(), i % 2 ? EL_VERBOSE : EL_ERROR));
+    }
+    for (size_t i = 0; i < tags.size(); ++i) {
+        SCOPED_TRACE(tags[i]);
+        const bool verbose = i % 2 != 0;
+        EXPECT_EQ(verbose, is_log_verbose_enabled(tags[i].c_str()));
+        EXPECT_EQ(verbose, is_log_level_enabled(tags[i].c_str(), EL_DEBUG));
+        EXPECT_TRUE(is_log_level_enabled(tags[i].c_str(), EL_ERROR));
+        capture_.clear();
+        log_verbose(tags[i].c_str(), "v");
+        log_warning(tags[i].c_str(), "w");
+        EXPECT_EQ(verbose ? 2u : 0u, capture_.lines().size());
+    }
+    // Prefixes and extensions of a tag are other tags: the global level applies.
+    log_info("Tag1x", "i");
+    log_info("Ta", "i");
+    log_debug(std::string(39, 'L').c_str(), "d");
+    EXPECT_EQ(2u, capture_.count("] i"));
+    EXPECT_FALSE(capture_.contains("] d"));
 }
 
 TEST_F(LogUtilTest, NoLockVariantWritesAtErrorLevel) {
