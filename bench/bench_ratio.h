@@ -74,8 +74,10 @@ inline std::vector<Row>& rows() {
     return all;
 }
 
-inline double quantile(std::vector<double> values, double q) {
-    if (values.empty()) return 0.0;
+// Out of line: inlined copies of the vector make GCC 12 warn falsely.
+__attribute__((noinline)) inline double quantile(const std::vector<double>& samples, double q) {
+    if (samples.empty()) return 0.0;
+    std::vector<double> values(samples);
     std::sort(values.begin(), values.end());
     const double at = q * static_cast<double>(values.size() - 1);
     const size_t low = static_cast<size_t>(at);
