@@ -96,30 +96,31 @@ double time_round(Clock clock, Run& run, int64_t ops) {
 // Operations per round so that a round lasts about kRoundSeconds; the
 // calibration doubles as a warm-up.
 template <typename Run>
-int64_t calibrate(Clock clock, Run& run) {
+int64_t calibrate(Clock clock, Run& run, double round_seconds) {
     int64_t ops = 1;
     for (;;) {
         const double ns = time_round(clock, run, ops) * static_cast<double>(ops);
-        if (ns >= kRoundSeconds * 1e9 / 8 || ops >= (int64_t{1} << 30)) {
+        if (ns >= round_seconds * 1e9 / 8 || ops >= (int64_t{1} << 30)) {
             const double per_op = std::max(ns / static_cast<double>(ops), 1e-3);
-            return std::max<int64_t>(1, static_cast<int64_t>(kRoundSeconds * 1e9 / per_op));
+            return std::max<int64_t>(1, static_cast<int64_t>(round_seconds * 1e9 / per_op));
         }
         ops *= 2;
     }
 }
 
 // Measures one row; see the top of this file. `candidate(ops)` and
-// `baseline(ops)` each perform their operation `ops` times.
+// `baseline(ops)` each perform their operation `ops` times; a round lasts
+// about `round_seconds`.
 template <typename Candidate, typename Baseline>
 Row& ratio_row(benchmark::State& state, const std::string& path, Goal goal, Clock clock,
-               Candidate candidate, Baseline baseline) {
+               Candidate candidate, Baseline baseline, double round_seconds = kRoundSeconds) {
     Row row;
     row.path = path;
     row.goal = goal;
     std::vector<double> ratios, measured, base;
     for (auto _ : state) {
-        const int64_t candidate_ops = calibrate(clock, candidate);
-        const int64_t baseline_ops = calibrate(clock, baseline);
+        const int64_t candidate_ops = calibrate(clock, candidate, round_seconds);
+        const int64_t baseline_ops = calibrate(clock, baseline, round_seconds);
         for (int pair = 0; pair < kMaxPairs; ++pair) {
             double c = 0.0;
             double b = 0.0;
