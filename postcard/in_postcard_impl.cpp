@@ -151,7 +151,7 @@ struct InPostcardImpl::RecordCursor {
     InMemoryStream* stream;
     InMemoryStreamImpl* own;  // `stream` when its class is known, else null
     const uint8_t* bytes;
-    uint64_t size;  // 0 when `bytes` is null, so that has() is one test
+    uint64_t size;  // at most `pos` when `bytes` is null, so that has() is one test
     uint64_t pos;
 
     // True when the next `length` bytes are inside the buffer.
@@ -203,28 +203,24 @@ struct InPostcardImpl::RecordCursor {
     }
 };
 
-inline InPostcardImpl::RecordCursor InPostcardImpl::cursor() {
+inline InPostcardImpl::RecordCursor InPostcardImpl::cursor(bool at_start) {
     RecordCursor at = {stream_, own_stream_, nullptr, 0, 0};
     if (own_stream_ != nullptr) {
         at.bytes = static_cast<const uint8_t*>(own_stream_->getBuffer());
         at.size = own_stream_->getEndCursor();
-        at.pos = own_stream_->getGetCursor();
+        at.pos = at_start ? 0 : own_stream_->getGetCursor();
     } else {
         at.bytes = static_cast<const uint8_t*>(stream_->getBuffer());
         at.size = stream_->getEndCursor();
-        at.pos = stream_->getGetCursor();
+        at.pos = at_start ? 0 : stream_->getGetCursor();
     }
-    if (at.bytes == nullptr) at.size = 0;  // every read then goes through the stream
-    if (at.pos > at.size) at.pos = at.size;
+    // Without bytes every read goes through the stream.
+    if (at.bytes == nullptr || at.pos > at.size) at.size = at.pos;
     return at;
 }
 
-inline int InPostcardImpl::rewind() {
-    return own_stream_ != nullptr ? own_stream_->setGetCursor(0) : stream_->setGetCursor(0);
-}
-
 int InPostcardImpl::skipValueByType(unsigned short type) {
-    RecordCursor at = cursor();
+    RecordCursor at = cursor(false);
     const int result = at.skipValue(type);
     at.sync();
     if (result != SkipResult::kOk) reportSkip(result, type);
@@ -280,6 +276,41 @@ int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size,
     for (int fields = 0;; ++fields) {
         if (walk.pos >= end) return stop(FindResult::kPastEnd, fields);
         if (end - walk.pos == 1) return stop(InPostcardImpl::kNotFound, fields);  // end byte
+        // The common case in one step: a record wholly inside the buffer.
+        // Anything else is read piece by piece below, which reports it.
+        if (walk.has(2 * sizeof(uint16_t))) {
+            uint32_t head = 0;
+            memcpy(&head, walk.bytes + walk.pos, sizeof(head));
+            const uint64_t record_type = kLittleEndian ? head & 0xffff : head >> 16;
+            const uint64_t record_name = kLittleEndian ? head >> 16 : head & 0xffff;
+            const uint64_t value_at = walk.pos + sizeof(head) + record_name;
+            if (record_name != 0 && value_at <= walk.size) {
+                bool match = record_type == type && record_name == name_length + 1;
+                for (size_t i = 0; match && i < name_length; ++i) {
+                    match = walk.bytes[walk.pos + sizeof(head) + i] == static_cast<uint8_t>(name[i]);
+                }
+                if (match && matches == index) {
+                    walk.pos = value_at;
+                    return stop(FindResult::kFound, fields);
+                }
+                const ValueLayout layout = layout_of(static_cast<unsigned short>(record_type));
+                uint64_t next = 0;
+                if (layout == kTextLength || layout == kBlobLength) {
+                    uint32_t length = 0;
+                    if (walk.size - value_at >= sizeof(length)) {
+                        memcpy(&length, walk.bytes + value_at, sizeof(length));
+                        if (length != 0) next = value_at + sizeof(length) + length;
+                    }
+                } else if (layout != kRefused) {
+                    next = value_at + layout;
+                }
+                if (next != 0 && next <= walk.size) {
+                    if (match) ++matches;
+                    walk.pos = next;
+                    continue;
+                }
+            }
+        }
         int64_t field_type = 0;
         int64_t stored_length = 0;
         if (walk.has(2 * sizeof(uint16_t))) {
@@ -321,8 +352,12 @@ int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size,
 // its stream is set) is where the walk stopped, at the value for a match.
 int InPostcardImpl::find(unsigned short type, const char* name, int index, RecordCursor* at) {
     if (name == nullptr) return reportFind(FindResult::kNullName, 0);
-    if (rewind() != 0) return reportFind(FindResult::kCannotRewind, 0);
-    *at = cursor();
+    // The reader's own stream rewinds without fail, and its cursor is set
+    // where the walk ends; another stream is asked.
+    if (own_stream_ == nullptr && stream_->setGetCursor(0) != 0) {
+        return reportFind(FindResult::kCannotRewind, 0);
+    }
+    *at = cursor(true);
     WalkEnd end;
     const int result = walk_fields(stream_, at->bytes, at->size, type, name, index, &end);
     at->pos = end.pos;

@@ -219,10 +219,8 @@ class InPostcardImpl final : public InPostcard {
     struct RecordCursor;
 
   private:
-    // A cursor over the stream's bytes at its get cursor.
-    RecordCursor cursor();
-    // Moves the stream's get cursor to 0; returns what setGetCursor() does.
-    int rewind();
+    // A cursor over the stream's bytes at its get cursor, or at 0.
+    RecordCursor cursor(bool at_start);
     int find(unsigned short type, const char* name, int index, RecordCursor* at);
     int reportFind(int result, int field_no);
     void reportSkip(int result, unsigned short type);
