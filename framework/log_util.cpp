@@ -2,6 +2,7 @@
 #include <vel_loc_fw/log_util.h>
 
 #include <android/log.h>
+#include <limits.h>
 #include <pthread.h>
 #include <stdarg.h>
 #include <stdio.h>
@@ -177,6 +178,61 @@ int android_priority(ERROR_LEVEL level) {
     }
 }
 
+// Formats into `out` (`room` bytes, at least 1) the part of printf that log
+// messages mostly use: plain text, "%%", and "%s", "%d", "%i", "%u" and "%c"
+// without flags, width, precision or length; the text is cut and terminated
+// as vsnprintf() cuts it, and `*length` is what vsnprintf() returns. Returns
+// false for any other conversion: the caller formats with vsnprintf() then,
+// from its own copy of the arguments. Saves vsnprintf()'s stream set-up on
+// every line that is written.
+bool format_simple(char* out, size_t room, const char* fmt, va_list args, int* length) {
+    size_t n = 0;
+    const auto put = [&](char c) {
+        if (n + 1 < room) out[n] = c;
+        ++n;
+    };
+    const auto put_number = [&](bool negative, unsigned int magnitude) {
+        char digits[10];
+        int count = 0;
+        do {
+            digits[count++] = static_cast<char>('0' + magnitude % 10);
+            magnitude /= 10;
+        } while (magnitude != 0);
+        if (negative) put('-');
+        while (count > 0) put(digits[--count]);
+    };
+    for (const char* p = fmt; *p != '\0'; ++p) {
+        if (*p != '%') {
+            put(*p);
+            continue;
+        }
+        switch (*++p) {
+            case '%': put('%'); break;
+            case 's': {
+                const char* text = va_arg(args, const char*);
+                if (text == nullptr) text = "(null)";
+                while (*text != '\0') put(*text++);
+                break;
+            }
+            case 'd':
+            case 'i': {
+                const int value = va_arg(args, int);
+                const unsigned int magnitude =
+                        value < 0 ? 0u - static_cast<unsigned int>(value) : static_cast<unsigned int>(value);
+                put_number(value < 0, magnitude);
+                break;
+            }
+            case 'u': put_number(false, va_arg(args, unsigned int)); break;
+            case 'c': put(static_cast<char>(va_arg(args, int))); break;
+            default: return false;  // also a '%' that ends the format
+        }
+        if (n > static_cast<size_t>(INT_MAX)) return false;
+    }
+    out[n < room ? n : room - 1] = '\0';
+    *length = static_cast<int>(n);
+    return true;
+}
+
 // Formats and writes one message that already passed the filter. Kept out of
 // line so that filtered-out calls never touch its 1 KiB of stack buffers.
 // `global_tag` is the Android tag to write under.
@@ -196,10 +252,16 @@ __attribute__((noinline)) void write_message(const char* global_tag, const char*
             for (const char* c = "] "; *c != '\0' && used < kTextSize - 1; ++c) line[used++] = *c;
             line[used] = '\0';
         }
+        int n = 0;
+        va_list copy;
+        va_copy(copy, args);
+        if (!format_simple(line + used, kTextSize - used, fmt, copy, &n)) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-        const int n = vsnprintf(line + used, kTextSize - used, fmt, args);
+            n = vsnprintf(line + used, kTextSize - used, fmt, args);
 #pragma GCC diagnostic pop
+        }
+        va_end(copy);
         if (n < 1) {
             snprintf(line + used, kTextSize - used, "%s", "log subsystem message format error");
         }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <climits>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -174,6 +176,32 @@ TEST_F(LogUtilTest, VerboseEnabledFollowsTheApplicableLevel) {
     log_set_global_level(EL_ERROR);
     log_set_local_level_for_tag("T", EL_VERBOSE);
     EXPECT_TRUE(is_log_verbose_enabled("T"));
+}
+
+// A line reads exactly as printf formats "[T] " and the message, whichever
+// conversions it uses and wherever it is cut.
+#define EXPECT_LINE_AS_PRINTF(...)                                                \
+    do {                                                                          \
+        capture_.clear();                                                         \
+        log_info("T", __VA_ARGS__);                                               \
+        char expected[512];                                                       \
+        snprintf(expected, sizeof(expected), "[T] " __VA_ARGS__);                 \
+        ASSERT_EQ(1u, capture_.lines().size());                                   \
+        EXPECT_EQ(std::string(expected), capture_.lines()[0].text);               \
+    } while (0)
+
+TEST_F(LogUtilTest, LinesReadAsPrintfFormatsThem) {
+    log_set_global_level(EL_INFO);
+    const char* volatile no_text = nullptr;
+    const std::string long_text(600, 'y');
+    EXPECT_LINE_AS_PRINTF("%s: Weighted mean %s", "computeMean", "Disabled");
+    EXPECT_LINE_AS_PRINTF("%d %i %u %c %% %d", INT_MIN, -7, UINT_MAX, 'x', 0);
+    EXPECT_LINE_AS_PRINTF("[%s] [%s]", "", no_text);
+    EXPECT_LINE_AS_PRINTF("a%cb", '\0');
+    EXPECT_LINE_AS_PRINTF("%5d|%-3s|%ld|%.2f|%x", 42, "ab", 123456789L, 1.5, 255u);
+    EXPECT_LINE_AS_PRINTF("%d then %.1f then %s", 3, 2.5, "end");  // switches mid-way
+    EXPECT_LINE_AS_PRINTF("%s%d", long_text.c_str(), 7);
+    EXPECT_LINE_AS_PRINTF("%d%s", 7, long_text.c_str());
 }
 
 TEST_F(LogUtilTest, ManyAndLongTagsEachKeepTheirOwnLevel) {
