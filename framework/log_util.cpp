@@ -106,8 +106,9 @@ struct FlatLevel {
     ERROR_OUTPUT output;
 };
 struct FlatLevels {
-    uint32_t count = 0;
+    bool any = false;  // some tag has a level of its own: look it up
     bool complete = true;
+    uint32_t count = 0;
     FlatLevel entries[kFlatLevels];
 };
 FlatLevels g_flat_levels;
@@ -116,6 +117,7 @@ void rebuild_flat_levels() {
     FlatLevels& flat = g_flat_levels;
     flat.count = 0;
     flat.complete = true;
+    flat.any = !g_local_levels->empty();
     for (const TagLevelNode* n = g_local_levels->head(); n != nullptr; n = n->next) {
         if (n->tag == nullptr) continue;  // never matches
         const size_t length = strlen(n->tag);
@@ -135,7 +137,7 @@ void rebuild_flat_levels() {
 // The caller holds the log mutex or the filter lock.
 inline bool passes(const char* tag, ERROR_LEVEL level, ERROR_OUTPUT* output) {
     const FlatLevels& flat = g_flat_levels;
-    if ((flat.count != 0 || !flat.complete) && tag != nullptr) {
+    if (flat.any && tag != nullptr) {
         for (uint32_t i = 0; i < flat.count; ++i) {
             const FlatLevel& entry = flat.entries[i];
             if (!same_tag(entry.tag, tag)) continue;
@@ -335,14 +337,15 @@ __attribute__((noinline, cold)) void report_log_lock(const char* format, const M
 }
 
 // True when `mutex` is now held.
+// The log mutex is created without verbose lines.
 inline bool lock_log_mutex(MutexImpl* mutex) {
-    if (mutex != nullptr && mutex->lock_inline() == 0) return true;
+    if (mutex != nullptr && mutex->lock_not_verbose() == 0) return true;
     report_log_lock("AutoLock: lock error: %d", mutex);
     return false;
 }
 
 inline void unlock_log_mutex(MutexImpl* mutex, bool locked) {
-    if (mutex == nullptr || (locked && mutex->unlock_inline() != 0)) {
+    if (mutex == nullptr || (locked && mutex->unlock_not_verbose() != 0)) {
         report_log_lock("AutoLock: unlock error: %d", mutex);
     }
 }

@@ -27,4 +27,13 @@ inline int MutexImpl::unlock_inline() {
     return 0;
 }
 
+inline int MutexImpl::lock_not_verbose() {
+    const int rc = pthread_mutex_lock(&mutex_);
+    return rc == 0 ? 0 : report_lock_failure(rc);
+}
+
+inline int MutexImpl::unlock_not_verbose() {
+    return pthread_mutex_unlock(&mutex_) == 0 ? 0 : report_unlock_failure();
+}
+
 }  // namespace vel_loc_fw

@@ -48,6 +48,10 @@ class MutexImpl final : public Mutex {
     // outside the library can use them.
     __attribute__((visibility("hidden"))) int lock_inline();
     __attribute__((visibility("hidden"))) int unlock_inline();
+    // The same for a mutex created without `verbose` (the log mutex), which
+    // need not test the flag.
+    __attribute__((visibility("hidden"))) int lock_not_verbose();
+    __attribute__((visibility("hidden"))) int unlock_not_verbose();
 
     MutexImpl(const MutexImpl&) = delete;
     MutexImpl& operator=(const MutexImpl&) = delete;
