@@ -311,31 +311,18 @@ int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size,
                 }
             }
         }
+        // A record the step above cannot pass is malformed or cut short (and
+        // not the match sought, which it returns as soon as the name is
+        // read). Read piece by piece, it fails at the piece that is wrong,
+        // with that piece's code.
         int64_t field_type = 0;
         int64_t stored_length = 0;
-        if (walk.has(2 * sizeof(uint16_t))) {
-            // Type, then name length, in the host's byte order.
-            const int64_t head = walk.word<uint32_t>();
-            field_type = kLittleEndian ? head & 0xffff : head >> 16;
-            stored_length = kLittleEndian ? head >> 16 : head & 0xffff;
-        } else if ((field_type = walk.word<uint16_t>()) < 0) {
-            return stop(FindResult::kNoType, fields);
-        } else if ((stored_length = walk.word<uint16_t>()) < 0) {
+        if ((field_type = walk.word<uint16_t>()) < 0) return stop(FindResult::kNoType, fields);
+        if ((stored_length = walk.word<uint16_t>()) < 0) {
             return stop(FindResult::kNoNameLength, fields);
-        }
-        // Names are compared only when the stored one is wholly inside the
-        // buffer; when it is not, skipping it fails below anyway.
-        bool match = field_type == type && static_cast<uint64_t>(stored_length) == name_length + 1 &&
-                     walk.has(static_cast<uint64_t>(stored_length));
-        for (size_t i = 0; match && i < name_length; ++i) {
-            match = walk.bytes[walk.pos + i] == static_cast<uint8_t>(name[i]);
         }
         if (walk.take(nullptr, static_cast<uint64_t>(stored_length)) != 0) {
             return stop(FindResult::kNameCut, fields);
-        }
-        if (match) {
-            if (matches == index) return stop(FindResult::kFound, fields);
-            ++matches;
         }
         const int skipped = walk.skipValue(static_cast<unsigned short>(field_type));
         if (skipped != InPostcardImpl::SkipResult::kOk) {
