@@ -42,8 +42,8 @@ constexpr double kSpread = 0.03;
 // What a row must show. A time ratio is candidate time / baseline time; a
 // throughput ratio is the inverse (candidate items/s / baseline items/s).
 struct Goal {
-    double limit = 0.0;     // 0: no goal, the row is informative only
-    bool at_most = true;    // ratio <= limit, else ratio >= limit
+    double limit = 0.0;   // 0: no goal, the row is informative only
+    bool at_most = true;  // ratio <= limit, else ratio >= limit
     bool throughput = false;
 };
 
@@ -173,8 +173,8 @@ inline void print_rows() {
             char text[32];
             snprintf(text, sizeof(text), "%s %.2f", row.goal.at_most ? "<=" : ">=", row.goal.limit);
             goal = text;
-            const bool ok = row.goal.at_most ? row.ratio <= row.goal.limit
-                                             : row.ratio >= row.goal.limit;
+            const bool ok =
+                    row.goal.at_most ? row.ratio <= row.goal.limit : row.ratio >= row.goal.limit;
             met = ok ? "yes" : "NO";
         }
         std::string measured = format_ns(row.measured_ns);

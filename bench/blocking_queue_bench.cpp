@@ -82,8 +82,7 @@ void BM_Queue(benchmark::State& state) {
             state, "BlockingQueue items/s / std::mutex + condition_variable + deque",
             {1.0, false, true}, varn_bench::Clock::kWall,
             [&](int64_t items) { through_vel(state, std::max<int64_t>(items, 1000)); },
-            [&](int64_t items) { through_std(state, std::max<int64_t>(items, 1000)); },
-            0.02);
+            [&](int64_t items) { through_std(state, std::max<int64_t>(items, 1000)); }, 0.02);
 }
 BENCHMARK(BM_Queue)->Iterations(1);
 

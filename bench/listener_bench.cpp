@@ -205,8 +205,9 @@ void BM_Ranging(benchmark::State& state) {
 BENCHMARK(BM_Ranging)->Iterations(1);
 
 void BM_RangingQuiet(benchmark::State& state) {
-    listener_row(state, "ranging response, 10 peers x 31 frames, logging off / minimal implementation",
-                 {}, vel_loc_fw::EL_LOG_OFF, 10, 31);
+    listener_row(state,
+                 "ranging response, 10 peers x 31 frames, logging off / minimal implementation", {},
+                 vel_loc_fw::EL_LOG_OFF, 10, 31);
 }
 BENCHMARK(BM_RangingQuiet)->Iterations(1);
 
@@ -214,18 +215,16 @@ BENCHMARK(BM_RangingQuiet)->Iterations(1);
 void BM_RangingScaling(benchmark::State& state) {
     const int peers = static_cast<int>(state.range(0));
     const int frames = static_cast<int>(state.range(1));
-    varn_bench::Row& row = listener_row(
-            state,
-            "ranging scaling, " + std::to_string(peers) + " peers x " + std::to_string(frames) +
-                    " frames, level 3 / minimal implementation",
-            {}, vel_loc_fw::EL_INFO, peers, frames);
+    varn_bench::Row& row = listener_row(state,
+                                        "ranging scaling, " + std::to_string(peers) + " peers x " +
+                                                std::to_string(frames) +
+                                                " frames, level 3 / minimal implementation",
+                                        {}, vel_loc_fw::EL_INFO, peers, frames);
     char note[48];
     snprintf(note, sizeof(note), "%.1f ns per peer-frame", row.measured_ns / (peers * frames));
     row.note = note;
 }
-BENCHMARK(BM_RangingScaling)
-        ->ArgsProduct({{1, 10, 64}, {1, 8, 31}})
-        ->Iterations(1);
+BENCHMARK(BM_RangingScaling)->ArgsProduct({{1, 10, 64}, {1, 8, 31}})->Iterations(1);
 
 }  // namespace
 

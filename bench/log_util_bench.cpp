@@ -26,7 +26,8 @@ void filtered_row(benchmark::State& state, const char* path) {
     varn_bench::ratio_row(
             state, path, {1.3}, varn_bench::Clock::kThreadCpu,
             [&](int64_t ops) {
-                for (int64_t k = 0; k < ops; ++k) vel_loc_fw::log_verbose("Bench", "filtered %d", ++i);
+                for (int64_t k = 0; k < ops; ++k)
+                    vel_loc_fw::log_verbose("Bench", "filtered %d", ++i);
             },
             [&](int64_t ops) {
                 for (int64_t k = 0; k < ops; ++k) {

@@ -246,7 +246,8 @@ __attribute__((noinline)) int decode_msgpack(const char* bytes, size_t size, Sam
         const msgpack_object* meta = find(root, "meta");
         if (meta != nullptr) {
             ++found;
-            if ((o = find(*meta, "a")) != nullptr) s->meta_a = static_cast<int>(o->via.i64), ++found;
+            if ((o = find(*meta, "a")) != nullptr)
+                s->meta_a = static_cast<int>(o->via.i64), ++found;
             if ((o = find(*meta, "b")) != nullptr) s->meta_b = o->via.str.ptr, ++found;
             if ((o = find(*meta, "c")) != nullptr) s->meta_c = o->via.f64, ++found;
             if ((o = find(*meta, "d")) != nullptr) s->meta_d = o->via.boolean, ++found;

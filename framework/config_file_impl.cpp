@@ -20,14 +20,13 @@ constexpr const char kTag[] = "ConfigFile";
 // Result codes of loading a file (reported once, then the file is not loaded).
 struct LoadResult {
     static constexpr int kOk = 0, kNoPath = 2, kCannotOpen = 3, kNoLineBuffer = 4,
-                         kNoTraceBuffer = 5, kReadError = 10, kLineTooLong = 101,
-                         kNoName = 110, kNoEqual = 111, kBadValue = 112, kNoMemoryForName = 114,
+                         kNoTraceBuffer = 5, kReadError = 10, kLineTooLong = 101, kNoName = 110,
+                         kNoEqual = 111, kBadValue = 112, kNoMemoryForName = 114,
                          kNoMemoryForValue = 115;
 };
 // Result codes of the look-ups.
 struct GetResult {
-    static constexpr int kOk = 0, kNotLoaded = 2, kNullName = 3, kNullOutput = 4,
-                         kNotFound = 1000;
+    static constexpr int kOk = 0, kNotLoaded = 2, kNullName = 3, kNullOutput = 4, kNotFound = 1000;
 };
 // getStringDup() beyond GetResult.
 struct DupResult {
@@ -80,8 +79,7 @@ ConfigFileImpl::ConfigFileImpl(const char* path, size_t maxLineLength, bool verb
 
 ConfigFileImpl::~ConfigFileImpl() = default;
 
-int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose,
-                         int* line_number) {
+int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose, int* line_number) {
     if (path == nullptr) return LoadResult::kNoPath;
     FILE* file = fopen(path, "r");
     if (file == nullptr) return LoadResult::kCannotOpen;

@@ -219,8 +219,8 @@ bool format_simple(char* out, size_t room, const char* fmt, va_list args, int* l
             case 'd':
             case 'i': {
                 const int value = va_arg(args, int);
-                const unsigned int magnitude =
-                        value < 0 ? 0u - static_cast<unsigned int>(value) : static_cast<unsigned int>(value);
+                const unsigned int magnitude = value < 0 ? 0u - static_cast<unsigned int>(value)
+                                                         : static_cast<unsigned int>(value);
                 put_number(value < 0, magnitude);
                 break;
             }
@@ -355,23 +355,22 @@ inline void unlock_log_mutex(MutexImpl* mutex, bool locked) {
 // Each message function: lock, filter, and only for a passing message start
 // the argument list and write. A message is written even when the lock
 // failed (the lock has reported that).
-#define VEL_LOC_FW_DEFINE_LOG_FUNCTION(name, level)                             \
-    void name(const char* tag, const char* fmt, ...) {                           \
-        MutexImpl* const mutex = g_log_mutex;                                    \
-        const bool locked = lock_log_mutex(mutex);                               \
-        ERROR_OUTPUT output;                                                     \
-        if (locked ? passes(tag, level, &output)                                 \
-                   : passes_unlocked(tag, level, &output)) {                     \
-            va_list args;                                                        \
-            va_start(args, fmt);                                                 \
-            if (locked) {                                                        \
-                write_message(g_global_tag, tag, level, output, fmt, args);      \
-            } else {                                                             \
-                write_unlocked(tag, level, output, fmt, args);                   \
-            }                                                                    \
-            va_end(args);                                                        \
-        }                                                                        \
-        unlock_log_mutex(mutex, locked);                                         \
+#define VEL_LOC_FW_DEFINE_LOG_FUNCTION(name, level)                                        \
+    void name(const char* tag, const char* fmt, ...) {                                     \
+        MutexImpl* const mutex = g_log_mutex;                                              \
+        const bool locked = lock_log_mutex(mutex);                                         \
+        ERROR_OUTPUT output;                                                               \
+        if (locked ? passes(tag, level, &output) : passes_unlocked(tag, level, &output)) { \
+            va_list args;                                                                  \
+            va_start(args, fmt);                                                           \
+            if (locked) {                                                                  \
+                write_message(g_global_tag, tag, level, output, fmt, args);                \
+            } else {                                                                       \
+                write_unlocked(tag, level, output, fmt, args);                             \
+            }                                                                              \
+            va_end(args);                                                                  \
+        }                                                                                  \
+        unlock_log_mutex(mutex, locked);                                                   \
     }
 
 VEL_LOC_FW_DEFINE_LOG_FUNCTION(log_error, EL_ERROR)
@@ -454,7 +453,8 @@ int log_set_local_level_for_tag(const char* tag, ERROR_LEVEL level, ERROR_OUTPUT
             node->output = output;
             rebuild_flat_levels();
         } else {
-            TagLevelNode* fresh = new (std::nothrow) TagLevelNode{nullptr, strdup(tag), level, output};
+            TagLevelNode* fresh =
+                    new (std::nothrow) TagLevelNode{nullptr, strdup(tag), level, output};
             if (fresh == nullptr || fresh->tag == nullptr) {
                 delete fresh;
                 result = 6;

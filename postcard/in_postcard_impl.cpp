@@ -20,9 +20,7 @@ constexpr const char kTag[] = "InPostcard";
 
 InPostcard::~InPostcard() = default;
 
-InPostcard* InPostcard::createInstance() {
-    return new (std::nothrow) InPostcardImpl();
-}
+InPostcard* InPostcard::createInstance() { return new (std::nothrow) InPostcardImpl(); }
 
 InPostcard* InPostcard::createInstance(InMemoryStream* stream) {
     return new (std::nothrow) InPostcardImpl(stream);
@@ -55,9 +53,7 @@ InPostcardImpl::InPostcardImpl(OutPostcard* out) {
     state_ = 1;
 }
 
-InPostcardImpl::~InPostcardImpl() {
-    delete stream_;
-}
+InPostcardImpl::~InPostcardImpl() { delete stream_; }
 
 int InPostcardImpl::init(const void* buffer, size_t size, bool takeOwnership) {
     int result = InitResult::kOk;
@@ -103,6 +99,7 @@ enum ValueLayout : uint8_t {
     kBlobLength = 0x80,  // blob (20), arrays (30-40)
 };
 
+// clang-format off
 constexpr ValueLayout kValueLayout[] = {
         kRefused,    kTextLength, kRefused,    kRefused,    kRefused,     // 0-4
         kRefused,    kRefused,    kRefused,    kRefused,    kRefused,     // 5-9
@@ -114,6 +111,7 @@ constexpr ValueLayout kValueLayout[] = {
         kBlobLength, kBlobLength, kBlobLength, kBlobLength, kBlobLength,  // 35-39
         kBlobLength,                                                      // 40
 };
+// clang-format on
 
 constexpr bool kLittleEndian = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
@@ -247,17 +245,17 @@ namespace {
 
 // Where and why a walk stopped.
 struct WalkEnd {
-    uint64_t pos = 0;      // at the value for a match
-    int fields = 0;        // fields passed over
-    int skip_result = 0;   // for FindResult::kBadValue: what skipping gave,
+    uint64_t pos = 0;              // at the value for a match
+    int fields = 0;                // fields passed over
+    int skip_result = 0;           // for FindResult::kBadValue: what skipping gave,
     unsigned short skip_type = 0;  // and for which type
 };
 
 // The walk of findField() over `bytes` (`size` of them) from offset 0, as a
 // free function with its cursor in registers. Returns a FindResult code or
 // kNotFound, without logging.
-int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size,
-                unsigned short type, const char* name, int index, WalkEnd* end_of_walk) {
+int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size, unsigned short type,
+                const char* name, int index, WalkEnd* end_of_walk) {
     using FindResult = InPostcardImpl::FindResult;
     InPostcardImpl::RecordCursor walk = {stream, nullptr, bytes, size, 0};
     const auto stop = [&](int result, int fields) {
@@ -287,7 +285,8 @@ int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size,
             if (record_name != 0 && value_at <= walk.size) {
                 bool match = record_type == type && record_name == name_length + 1;
                 for (size_t i = 0; match && i < name_length; ++i) {
-                    match = walk.bytes[walk.pos + sizeof(head) + i] == static_cast<uint8_t>(name[i]);
+                    match = walk.bytes[walk.pos + sizeof(head) + i] ==
+                            static_cast<uint8_t>(name[i]);
                 }
                 if (match && matches == index) {
                     walk.pos = value_at;
@@ -586,9 +585,7 @@ int InPostcardImpl::getPtr(const char* name, void*& value) {
 
 namespace {
 
-int optional_result(int result) {
-    return result == InPostcardImpl::kNotFound ? 0 : result;
-}
+int optional_result(int result) { return result == InPostcardImpl::kNotFound ? 0 : result; }
 
 }  // namespace
 

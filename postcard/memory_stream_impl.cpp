@@ -21,9 +21,7 @@ OutMemoryStream* OutMemoryStream::createInstance() {
     return new (std::nothrow) OutMemoryStreamImpl();
 }
 
-InMemoryStream* InMemoryStream::createInstance() {
-    return new (std::nothrow) InMemoryStreamImpl();
-}
+InMemoryStream* InMemoryStream::createInstance() { return new (std::nothrow) InMemoryStreamImpl(); }
 
 InMemoryStream* InMemoryStream::createInstance(OutMemoryStream* out) {
     return new (std::nothrow) InMemoryStreamImpl(out);
@@ -93,9 +91,7 @@ InMemoryStreamImpl::InMemoryStreamImpl(OutMemoryStream* out) {
     owns_buffer_ = true;
 }
 
-InMemoryStreamImpl::~InMemoryStreamImpl() {
-    release();
-}
+InMemoryStreamImpl::~InMemoryStreamImpl() { release(); }
 
 void InMemoryStreamImpl::release() {
     if (owns_buffer_) delete[] buffer_;

@@ -196,8 +196,8 @@ class InPostcardImpl final : public InPostcard {
         static constexpr int kOk = 0, kNullName = 2, kMalformed = 3, kValueCut = 4;
     };
     struct BlobResult {
-        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4,
-                             kNoLength = 5, kValueCut = 7;
+        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4, kNoLength = 5,
+                             kValueCut = 7;
     };
     struct StringResult {
         static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4, kEmpty = 5,
@@ -207,12 +207,12 @@ class InPostcardImpl final : public InPostcard {
         static constexpr int kOk = 0, kNullOutput = 2, kNoString = 3, kNoMemory = 4;
     };
     struct ArrayResult {
-        static constexpr int kOk = 0, kNullName = 2, kNullCount = 3, kNotRead = 4,
-                             kBadLength = 5, kEmpty = 6, kNoRoom = 7;
+        static constexpr int kOk = 0, kNullName = 2, kNullCount = 3, kNotRead = 4, kBadLength = 5,
+                             kEmpty = 6, kNoRoom = 7;
     };
     struct CardResult {
-        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4,
-                             kNoMemory = 8, kUnreadable = 9;
+        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4, kNoMemory = 8,
+                             kUnreadable = 9;
     };
 
     // The reader's view of the record grammar (defined with the reader).

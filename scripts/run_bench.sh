@@ -36,17 +36,23 @@ echo
     echo "path|measured|baseline|ratio|goal|met|spread"
     sed 's/^row|//' "$rows"
 } | awk -F'|' '
-    { for (i = 1; i <= NF; ++i) { cell[NR, i] = $i; if (length($i) > width[i]) width[i] = length($i) } }
+    {
+        for (i = 1; i <= NF; ++i) {
+            cell[NR, i] = $i
+            if (length($i) > width[i]) width[i] = length($i)
+        }
+    }
     NF > fields { fields = NF }
     END {
         for (r = 1; r <= NR; ++r) {
             line = ""
-            for (i = 1; i <= fields; ++i) line = line sprintf("%-*s  ", width[i], cell[r, i])
+            for (i = 1; i <= fields; ++i) line = line sprintf("%-" width[i] "s  ", cell[r, i])
             sub(/ +$/, "", line)
             print line
         }
     }'
 missed=$(awk -F'|' '$7 == "NO"' "$rows" | wc -l)
 echo
-echo "$(grep -c . "$rows") rows, $missed goals not met (machine load: $(cut -d' ' -f1-3 /proc/loadavg))"
+load=$(cut -d' ' -f1-3 /proc/loadavg)
+echo "$(grep -c . "$rows") rows, $missed goals not met (machine load: $load)"
 exit $failed
