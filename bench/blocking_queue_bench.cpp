@@ -2,10 +2,9 @@
 // against a queue made of std::mutex, std::condition_variable and std::deque
 // measured in the same run.
 //
-// BM_QueueRatio runs both queues inside each iteration, so load from other
-// processes hits both alike; its counter `ratio` is the median of the
-// BlockingQueue's throughput divided by the baseline's (goal: at least 0.8).
-// The ratio of the last repetition is printed again after the table.
+// Rounds of both queues alternate (see bench_ratio.h), so load from other
+// processes hits both alike; the row's ratio is the BlockingQueue's
+// throughput divided by the baseline's.
 #include <vel_loc_fw/blocking_queue.h>
 
 #include <stdint.h>
@@ -20,11 +19,9 @@
 #include <thread>
 #include <vector>
 
-#include <benchmark/benchmark.h>
+#include "bench_ratio.h"
 
 namespace {
-
-constexpr int64_t kItemsPerRound = 100000;
 
 class StdQueue {
   public:
@@ -51,90 +48,44 @@ class StdQueue {
 
 void* item_for(int64_t i) { return reinterpret_cast<void*>(static_cast<uintptr_t>(i + 1)); }
 
-// Moves kItemsPerRound items from a new producer thread to this thread and
-// returns the seconds taken; fails the benchmark if an item goes astray.
-double round_through_vel(benchmark::State& state) {
+// Moves `items` items from a new producer thread to this thread; fails the
+// benchmark if an item goes astray.
+void through_vel(benchmark::State& state, int64_t items) {
     std::unique_ptr<vel_loc_fw::BlockingQueue> queue(
             vel_loc_fw::BlockingQueue::createInstance("Bench", false));
     const vel_loc_fw::TimeDiff no_limit(false);
-    const auto start = std::chrono::steady_clock::now();
     std::thread producer([&] {
-        for (int64_t i = 0; i < kItemsPerRound; ++i) queue->push(item_for(i));
+        for (int64_t i = 0; i < items; ++i) queue->push(item_for(i));
     });
-    for (int64_t i = 0; i < kItemsPerRound; ++i) {
+    for (int64_t i = 0; i < items; ++i) {
         void* item = nullptr;
         queue->pop(&item, no_limit, nullptr);
         if (item != item_for(i)) state.SkipWithError("BlockingQueue lost or reordered an item");
     }
     producer.join();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-double round_through_std(benchmark::State& state) {
+void through_std(benchmark::State& state, int64_t items) {
     StdQueue queue;
-    const auto start = std::chrono::steady_clock::now();
     std::thread producer([&] {
-        for (int64_t i = 0; i < kItemsPerRound; ++i) queue.push(item_for(i));
+        for (int64_t i = 0; i < items; ++i) queue.push(item_for(i));
     });
-    for (int64_t i = 0; i < kItemsPerRound; ++i) {
+    for (int64_t i = 0; i < items; ++i) {
         if (queue.pop() != item_for(i)) state.SkipWithError("std queue lost or reordered an item");
     }
     producer.join();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
 
-void BM_BlockingQueue(benchmark::State& state) {
-    for (auto _ : state) state.SetIterationTime(round_through_vel(state));
-    state.SetItemsProcessed(state.iterations() * kItemsPerRound);
+// Items per second, in wall time: the work is spread over two threads.
+void BM_Queue(benchmark::State& state) {
+    varn_bench::ratio_row(
+            state, "BlockingQueue items/s / std::mutex + condition_variable + deque",
+            {1.0, false, true}, varn_bench::Clock::kWall,
+            [&](int64_t items) { through_vel(state, std::max<int64_t>(items, 1000)); },
+            [&](int64_t items) { through_std(state, std::max<int64_t>(items, 1000)); }, 0.02);
 }
-BENCHMARK(BM_BlockingQueue)->UseManualTime()->Unit(benchmark::kMillisecond);
-
-void BM_StdDequeQueue(benchmark::State& state) {
-    for (auto _ : state) state.SetIterationTime(round_through_std(state));
-    state.SetItemsProcessed(state.iterations() * kItemsPerRound);
-}
-BENCHMARK(BM_StdDequeQueue)->UseManualTime()->Unit(benchmark::kMillisecond);
-
-double g_last_ratio = 0.0;
-
-// Each iteration moves one round through each queue, in alternating order,
-// and yields the throughput ratio of that pair of rounds. The counter `ratio`
-// is the median over the iterations: a burst of load from other processes
-// spoils a pair or two, not the result.
-void BM_QueueRatio(benchmark::State& state) {
-    std::vector<double> ratios;
-    double vel_seconds = 0.0;
-    double std_seconds = 0.0;
-    for (auto _ : state) {
-        const bool vel_first = ratios.size() % 2 == 0;
-        const double first = vel_first ? round_through_vel(state) : round_through_std(state);
-        const double second = vel_first ? round_through_std(state) : round_through_vel(state);
-        const double vel = vel_first ? first : second;
-        const double base = vel_first ? second : first;
-        vel_seconds += vel;
-        std_seconds += base;
-        ratios.push_back(base / vel);
-        state.SetIterationTime(vel + base);
-    }
-    std::sort(ratios.begin(), ratios.end());
-    const double items = static_cast<double>(state.iterations() * kItemsPerRound);
-    state.counters["vel_items_per_s"] = items / vel_seconds;
-    state.counters["std_items_per_s"] = items / std_seconds;
-    g_last_ratio = ratios.empty() ? 0.0 : ratios[ratios.size() / 2];
-    state.counters["ratio"] = g_last_ratio;
-}
-BENCHMARK(BM_QueueRatio)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(3.0);
+BENCHMARK(BM_Queue)->Iterations(1);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    if (g_last_ratio > 0.0) {
-        printf("BlockingQueue / std::deque queue throughput ratio: %.3f (goal >= 0.8)\n",
-               g_last_ratio);
-    }
-    return 0;
-}
+int main(int argc, char** argv) { return varn_bench::main(argc, argv); }

@@ -1,19 +1,13 @@
-// Cost of handling one ranging response (10 peers, 31 frames each over two
-// receive chains) from `responseReceived` to the HAL callback, against a floor
-// measured in the same run: a minimal conversion of the same arithmetic
-// written for speed (split by chain, sort for the median, integer sums, one
-// RSSI pass), without logging and without allocation.
+// Cost of handling one ranging response from `responseReceived` to the HAL
+// callback, against a floor measured in the same run: a minimal conversion of
+// the same arithmetic written for speed (split by chain, sort for the median,
+// integer sums, one RSSI pass), without logging and without allocation.
 //
-// The listener runs at the default log level (3, info). Its info lines go to
-// the Android log; two sinks are measured:
-//   null_sink   the Android log call returns at once, so the figure is the
-//               library's own work (filtering, formatting, locking);
-//   liblog      the host liblog, which writes every line to stderr (run with
-//               2>/dev/null to keep the terminal quiet).
-// At exit the ratios to the floor are printed. Verbose lines cost nothing when
-// filtered out (checked without the log lock); the per-frame debug line of
-// the mean still takes the log lock once per frame, since the framework offers
-// no debug-level query to skip it without changing what is written.
+// The listener runs at the default log level (3, info): its info lines pass
+// the filter and are formatted, and the Android log call that would write
+// them is dropped by this executable, so the figure is the library's own
+// work. The scaling rows repeat the comparison over 1, 10 and 64 peers of 1,
+// 8 and 31 frames; their cost per peer-frame shows how it grows.
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <varn_client/VARNClient.h>
@@ -23,36 +17,23 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <string>
 
+#include "bench_ratio.h"
 #include "listener/varn_client_listener_impl.h"
 #include "wifihal/request_bookkeeping.h"
 
-namespace {
-
-bool g_forward_android_log = false;
-
-}  // namespace
-
-// Interposes on liblog for this executable: either forwards to liblog or
-// drops the line.
-extern "C" int __android_log_print(int priority, const char* tag, const char* fmt, ...) {
-    if (!g_forward_android_log) return 1;
-    char text[1024];
-    va_list args;
-    va_start(args, fmt);
-    vsnprintf(text, sizeof(text), fmt, args);
-    va_end(args);
-    return __android_log_write(priority, tag, text);
-}
+// Drops every Android log line of this executable (it takes precedence over
+// liblog's for the library's calls).
+extern "C" int __android_log_print(int, const char*, const char*, ...) { return 1; }
 
 namespace {
 
-constexpr int kPeers = 10;
-constexpr int kFrames = 31;
+constexpr int kMaxPeers = 64;
+constexpr int kMaxFrames = 31;
 constexpr int kBandwidth = VARN_BW_80MHZ;
 constexpr int32_t kStdevMultiplier = 50;
 constexpr int32_t kRttStdev80 = 7000;
@@ -66,18 +47,18 @@ struct Noise {
     }
 };
 
-VARNRangingScanResponse* makeResponse(uint32_t varn_id) {
+VARNRangingScanResponse* makeResponse(uint32_t varn_id, int peers, int frames) {
     auto* rsp = new VARNRangingScanResponse(varn_id, VARN_SCAN_STATUS_SUCCESS);
     Noise noise;
-    for (int p = 0; p < kPeers; ++p) {
+    for (int p = 0; p < peers; ++p) {
         auto* peer = new VARNScanMeasurement();
         peer->bssid[0] = 0x02;
         peer->bssid[5] = static_cast<uint8_t>(p);
         peer->frequency = 5180;
         peer->rtt_type = VARN_RTT_TYPE_2_SIDED;
-        peer->measurements_attempted = kFrames;
+        peer->measurements_attempted = frames;
         const int32_t true_rtt = 20000 + 6000 * p;
-        for (int k = 0; k < kFrames; ++k) {
+        for (int k = 0; k < frames; ++k) {
             auto* info = new VARNMeasurementInfo();
             info->rx_chain_index = static_cast<uint8_t>(k % 2);
             info->rtt_ps = true_rtt + noise.next(9000) + (k % 2) * 300 + (k == 7 ? 40000 : 0);
@@ -108,7 +89,7 @@ struct ChainFigures {
 ChainFigures floorChain(int32_t* rtt, uint32_t n) {
     ChainFigures out;
     if (n == 0) return out;
-    int32_t sorted[kFrames];
+    int32_t sorted[kMaxFrames];
     std::copy(rtt, rtt + n, sorted);
     std::sort(sorted, sorted + n);
     const int32_t median = n % 2 != 0 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
@@ -136,9 +117,9 @@ ChainFigures floorChain(int32_t* rtt, uint32_t n) {
 
 void floorHandle(const VARNRangingScanResponse& rsp, wifi_rtt_event_handler handler) {
     const vel_loc_fw::vector<VARNScanMeasurement*>& peers = rsp.getMeasurements();
-    wifi_rtt_result_v2 results[kPeers];
-    wifi_rtt_result_v2* pointers[kPeers];
-    const uint32_t count = std::min<uint32_t>(peers.size(), kPeers);
+    wifi_rtt_result_v2 results[kMaxPeers];
+    wifi_rtt_result_v2* pointers[kMaxPeers];
+    const uint32_t count = std::min<uint32_t>(peers.size(), kMaxPeers);
     struct timespec now;
     clock_gettime(CLOCK_BOOTTIME, &now);
     const int64_t ts = (now.tv_sec * 1000LL + (now.tv_nsec + 500000) / 1000000) * 1000;
@@ -147,11 +128,11 @@ void floorHandle(const VARNRangingScanResponse& rsp, wifi_rtt_event_handler hand
         wifi_rtt_result_v2& out = results[p];
         memset(&out, 0, sizeof(out));
         memcpy(out.rtt_result.addr, peer->bssid.bytes(), 6);
-        int32_t chain_rtt[2][kFrames];
+        int32_t chain_rtt[2][kMaxFrames];
         uint32_t chain_n[2] = {0, 0};
         double amplitude = 0;
         int32_t rssi_max = INT32_MIN, rssi_min = INT32_MAX;
-        const uint32_t frames = std::min<uint32_t>(peer->measurements.size(), kFrames);
+        const uint32_t frames = std::min<uint32_t>(peer->measurements.size(), kMaxFrames);
         for (uint32_t k = 0; k < frames; ++k) {
             const VARNMeasurementInfo* f = peer->measurements.data()[k];
             const int c = f->rx_chain_index == 1 ? 1 : 0;
@@ -183,83 +164,68 @@ void floorHandle(const VARNRangingScanResponse& rsp, wifi_rtt_event_handler hand
     handler.on_rtt_results_v2(1, count, pointers);
 }
 
-// ---- Benchmarks ----
+// ---- Rows ----
 
-double g_floor_ns = 0;
-double g_listener_null_ns = 0;
-double g_listener_liblog_ns = 0;
-double g_listener_quiet_ns = 0;
-
-// CPU time of this thread per iteration: steadier than wall time on a shared
-// machine, and both contenders run on this thread alone.
-double threadCpuNs() {
-    struct timespec now;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
-}
-
-template <typename Body>
-double timeLoop(benchmark::State& state, Body body) {
-    const double start = threadCpuNs();
-    for (auto _ : state) body();
-    return (threadCpuNs() - start) / static_cast<double>(state.iterations());
-}
-
-void BM_Floor(benchmark::State& state) {
-    VARNRangingScanResponse* rsp = makeResponse(1);
-    const wifi_rtt_event_handler handler = {nullptr, onResults};
-    g_floor_ns = timeLoop(state, [&] { floorHandle(*rsp, handler); });
-    benchmark::DoNotOptimize(g_sink);
-    delete rsp;
-}
-
-// Arg: 0 null sink at level 3, 1 liblog sink at level 3, 2 logging off.
-void BM_Listener(benchmark::State& state) {
-    const int mode = static_cast<int>(state.range(0));
-    g_forward_android_log = mode == 1;
-    vel_loc_fw::log_set_global_level(mode == 2 ? vel_loc_fw::EL_LOG_OFF : vel_loc_fw::EL_INFO);
+// One row: the listener on a response of `peers` x `frames` at `level`,
+// against the floor on the same response.
+varn_bench::Row& listener_row(benchmark::State& state, const std::string& path,
+                              varn_bench::Goal goal, vel_loc_fw::ERROR_LEVEL level, int peers,
+                              int frames) {
+    vel_loc_fw::log_set_global_level(level);
     VARNClientListenerImpl listener(kStdevMultiplier);
-    VARNRangingScanResponse* rsp = makeResponse(1);
+    VARNRangingScanResponse* rsp = makeResponse(1, peers, frames);
     const wifi_rtt_event_handler handler = {nullptr, onResults};
-    // Each delivered response retires its request, so every iteration
-    // registers it again (a list push under the bookkeeping lock).
-    const double ns = timeLoop(state, [&] {
-        addRttRequestHandler(1, 1, handler);
-        listener.responseReceived(rsp);
-    });
-    (mode == 0 ? g_listener_null_ns : mode == 1 ? g_listener_liblog_ns : g_listener_quiet_ns) = ns;
+    varn_bench::Row& row = varn_bench::ratio_row(
+            state, path, goal, varn_bench::Clock::kThreadCpu,
+            [&](int64_t ops) {
+                for (int64_t i = 0; i < ops; ++i) {
+                    // Each delivered response retires its request, so every
+                    // response registers it again (a list push under the
+                    // bookkeeping lock).
+                    addRttRequestHandler(1, 1, handler);
+                    listener.responseReceived(rsp);
+                }
+            },
+            [&](int64_t ops) {
+                for (int64_t i = 0; i < ops; ++i) floorHandle(*rsp, handler);
+            });
     benchmark::DoNotOptimize(g_sink);
     releaseBookkeeping();
     delete rsp;
-    g_forward_android_log = false;
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
+    return row;
 }
 
-BENCHMARK(BM_Floor);
-BENCHMARK(BM_Listener)->Arg(0)->Arg(1)->Arg(2);
+void BM_Ranging(benchmark::State& state) {
+    listener_row(state,
+                 "ranging response, 10 peers x 31 frames, level 3, log sink dropped / minimal "
+                 "implementation",
+                 {1.5}, vel_loc_fw::EL_INFO, 10, 31);
+}
+BENCHMARK(BM_Ranging)->Iterations(1);
+
+void BM_RangingQuiet(benchmark::State& state) {
+    listener_row(state,
+                 "ranging response, 10 peers x 31 frames, logging off / minimal implementation", {},
+                 vel_loc_fw::EL_LOG_OFF, 10, 31);
+}
+BENCHMARK(BM_RangingQuiet)->Iterations(1);
+
+// Arguments: peers, frames per peer.
+void BM_RangingScaling(benchmark::State& state) {
+    const int peers = static_cast<int>(state.range(0));
+    const int frames = static_cast<int>(state.range(1));
+    varn_bench::Row& row = listener_row(state,
+                                        "ranging scaling, " + std::to_string(peers) + " peers x " +
+                                                std::to_string(frames) +
+                                                " frames, level 3 / minimal implementation",
+                                        {}, vel_loc_fw::EL_INFO, peers, frames);
+    char note[48];
+    snprintf(note, sizeof(note), "%.1f ns per peer-frame", row.measured_ns / (peers * frames));
+    row.note = note;
+}
+BENCHMARK(BM_RangingScaling)->ArgsProduct({{1, 10, 64}, {1, 8, 31}})->Iterations(1);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    if (g_floor_ns > 0) {
-        printf("thread CPU time per response (last repetition)\n");
-        printf("floor                         %10.0f ns\n", g_floor_ns);
-        if (g_listener_null_ns > 0) {
-            printf("listener, level 3, null sink  %10.0f ns  ratio %.2f\n", g_listener_null_ns,
-                   g_listener_null_ns / g_floor_ns);
-        }
-        if (g_listener_liblog_ns > 0) {
-            printf("listener, level 3, liblog     %10.0f ns  ratio %.2f\n", g_listener_liblog_ns,
-                   g_listener_liblog_ns / g_floor_ns);
-        }
-        if (g_listener_quiet_ns > 0) {
-            printf("listener, logging off         %10.0f ns  ratio %.2f\n", g_listener_quiet_ns,
-                   g_listener_quiet_ns / g_floor_ns);
-        }
-    }
-    return 0;
-}
+int main(int argc, char** argv) { return varn_bench::main(argc, argv); }

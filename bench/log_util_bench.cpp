@@ -8,44 +8,54 @@
 
 namespace {
 
-void BM_ErrorCheckMutexFloor(benchmark::State& state) {
-    pthread_mutexattr_t attr;
-    pthread_mutexattr_init(&attr);
-    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
-    pthread_mutex_t mutex;
-    pthread_mutex_init(&mutex, &attr);
-    pthread_mutexattr_destroy(&attr);
-    for (auto _ : state) {
-        pthread_mutex_lock(&mutex);
-        benchmark::ClobberMemory();
-        pthread_mutex_unlock(&mutex);
+struct ErrorCheckMutex {
+    ErrorCheckMutex() {
+        pthread_mutexattr_t attr;
+        pthread_mutexattr_init(&attr);
+        pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
+        pthread_mutex_init(&mutex, &attr);
+        pthread_mutexattr_destroy(&attr);
     }
-    pthread_mutex_destroy(&mutex);
+    ~ErrorCheckMutex() { pthread_mutex_destroy(&mutex); }
+    pthread_mutex_t mutex;
+};
+
+void filtered_row(benchmark::State& state, const char* path) {
+    ErrorCheckMutex floor;
+    int i = 0;
+    varn_bench::ratio_row(
+            state, path, {1.3}, varn_bench::Clock::kThreadCpu,
+            [&](int64_t ops) {
+                for (int64_t k = 0; k < ops; ++k)
+                    vel_loc_fw::log_verbose("Bench", "filtered %d", ++i);
+            },
+            [&](int64_t ops) {
+                for (int64_t k = 0; k < ops; ++k) {
+                    pthread_mutex_lock(&floor.mutex);
+                    benchmark::ClobberMemory();
+                    pthread_mutex_unlock(&floor.mutex);
+                }
+            });
 }
-BENCHMARK(BM_ErrorCheckMutexFloor);
 
 void BM_FilteredByGlobalLevel(benchmark::State& state) {
     vel_loc_fw::log_flush_all_local_level();
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_INFO);
-    int i = 0;
-    for (auto _ : state) vel_loc_fw::log_verbose("Bench", "filtered %d", ++i);
+    filtered_row(state, "filtered-out log call, global level / error-checking lock+unlock");
+    vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
-BENCHMARK(BM_FilteredByGlobalLevel);
+BENCHMARK(BM_FilteredByGlobalLevel)->Iterations(1);
 
 void BM_FilteredByTagLevel(benchmark::State& state) {
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
     vel_loc_fw::log_set_local_level_for_tag("Other", vel_loc_fw::EL_VERBOSE);
     vel_loc_fw::log_set_local_level_for_tag("Bench", vel_loc_fw::EL_ERROR);
-    int i = 0;
-    for (auto _ : state) vel_loc_fw::log_verbose("Bench", "filtered %d", ++i);
+    filtered_row(state, "filtered-out log call, per-tag level / error-checking lock+unlock");
     vel_loc_fw::log_flush_all_local_level();
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
-BENCHMARK(BM_FilteredByTagLevel);
+BENCHMARK(BM_FilteredByTagLevel)->Iterations(1);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    return varn_bench::run_with_ratios(argc, argv, "BM_ErrorCheckMutexFloor",
-                                       {"BM_FilteredByGlobalLevel", "BM_FilteredByTagLevel"});
-}
+int main(int argc, char** argv) { return varn_bench::main(argc, argv); }

@@ -6,10 +6,8 @@
 // bytes and looks up every field by name, the nested ones included; msgpack
 // unpacks the message and then searches the map by key.
 //
-// BM_EncodeRatio and BM_DecodeRatio alternate both codecs inside each
-// iteration, so load from other processes hits both alike. Their counter
-// `ratio` is the postcard's time divided by msgpack's (goals: encoding at most
-// 1.0, decoding at most 2.0).
+// Each row alternates rounds of both codecs (see bench_ratio.h); its ratio is
+// the postcard's time divided by msgpack's.
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -17,17 +15,16 @@
 
 #include <vector>
 
-#include <benchmark/benchmark.h>
 #include <msgpack.h>
 
 #include <vel_loc_fw/postcard.h>
+
+#include "bench_ratio.h"
 
 namespace {
 
 using vel_loc_fw::InPostcard;
 using vel_loc_fw::OutPostcard;
-
-constexpr int kOpsPerRound = 1000;
 
 struct Sample {
     int id = 42;
@@ -56,8 +53,11 @@ const Sample kSample;
 
 // --- postcard ---
 
+// Every codec function stays a call of its own, so that neither side is
+// folded into the timing loop.
+
 // Returns the finished writer; the caller deletes it.
-OutPostcard* encode_postcard(const Sample& s) {
+__attribute__((noinline)) OutPostcard* encode_postcard(const Sample& s) {
     OutPostcard* meta = OutPostcard::createInstance();
     meta->init();
     meta->addInt32("a", s.meta_a);
@@ -90,7 +90,7 @@ OutPostcard* encode_postcard(const Sample& s) {
 }
 
 // Returns the number of fields read, for checking and to keep the work alive.
-int decode_postcard(const void* bytes, size_t size, Sample* s) {
+__attribute__((noinline)) int decode_postcard(const void* bytes, size_t size, Sample* s) {
     InPostcard* in = InPostcard::createInstance();
     in->init(bytes, size, false);
     int found = 0;
@@ -144,7 +144,7 @@ void pack_string(msgpack_packer* pk, const char* key, const char* value) {
 }
 
 // Packs into `buffer`, which the caller initialised and destroys.
-void encode_msgpack(const Sample& s, msgpack_sbuffer* buffer) {
+__attribute__((noinline)) void encode_msgpack(const Sample& s, msgpack_sbuffer* buffer) {
     msgpack_packer pk;
     msgpack_packer_init(&pk, buffer, msgpack_sbuffer_write);
     msgpack_pack_map(&pk, 16);
@@ -210,7 +210,7 @@ const msgpack_object* find(const msgpack_object& map, const char* key) {
     return nullptr;
 }
 
-int decode_msgpack(const char* bytes, size_t size, Sample* s) {
+__attribute__((noinline)) int decode_msgpack(const char* bytes, size_t size, Sample* s) {
     msgpack_unpacked unpacked;
     msgpack_unpacked_init(&unpacked);
     int found = 0;
@@ -246,7 +246,8 @@ int decode_msgpack(const char* bytes, size_t size, Sample* s) {
         const msgpack_object* meta = find(root, "meta");
         if (meta != nullptr) {
             ++found;
-            if ((o = find(*meta, "a")) != nullptr) s->meta_a = static_cast<int>(o->via.i64), ++found;
+            if ((o = find(*meta, "a")) != nullptr)
+                s->meta_a = static_cast<int>(o->via.i64), ++found;
             if ((o = find(*meta, "b")) != nullptr) s->meta_b = o->via.str.ptr, ++found;
             if ((o = find(*meta, "c")) != nullptr) s->meta_c = o->via.f64, ++found;
             if ((o = find(*meta, "d")) != nullptr) s->meta_d = o->via.boolean, ++found;
@@ -256,41 +257,24 @@ int decode_msgpack(const char* bytes, size_t size, Sample* s) {
     return found;
 }
 
-// --- timed rounds ---
+// --- rows ---
 
-// Rounds are timed in the thread's CPU time: the build machines are shared,
-// and wall time would charge other processes' time slices to whichever codec
-// happened to be running.
-double thread_seconds() {
-    timespec now = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-double seconds_since(double start) {
-    return thread_seconds() - start;
-}
-
-double encode_round_postcard() {
-    const double start = thread_seconds();
-    for (int i = 0; i < kOpsPerRound; ++i) {
+void encode_postcard_ops(int64_t ops) {
+    for (int64_t i = 0; i < ops; ++i) {
         OutPostcard* out = encode_postcard(kSample);
         benchmark::DoNotOptimize(out->getEncodedBuffer()->getBuffer());
         delete out;
     }
-    return seconds_since(start);
 }
 
-double encode_round_msgpack() {
-    const double start = thread_seconds();
-    for (int i = 0; i < kOpsPerRound; ++i) {
+void encode_msgpack_ops(int64_t ops) {
+    for (int64_t i = 0; i < ops; ++i) {
         msgpack_sbuffer buffer;
         msgpack_sbuffer_init(&buffer);
         encode_msgpack(kSample, &buffer);
         benchmark::DoNotOptimize(buffer.data);
         msgpack_sbuffer_destroy(&buffer);
     }
-    return seconds_since(start);
 }
 
 struct Encoded {
@@ -315,110 +299,40 @@ Encoded encode_both() {
 // 20 lookups: 15 plain fields, the card, and its 4 fields.
 constexpr int kFieldsPerMessage = 20;
 
-double decode_round_postcard(const Encoded& encoded, benchmark::State& state) {
-    const double start = thread_seconds();
-    for (int i = 0; i < kOpsPerRound; ++i) {
-        Sample s;
-        if (decode_postcard(encoded.postcard.data(), encoded.postcard.size(), &s) !=
-            kFieldsPerMessage) {
-            state.SkipWithError("postcard decoding lost a field");
-        }
-        benchmark::DoNotOptimize(s);
-    }
-    return seconds_since(start);
+void BM_Encode(benchmark::State& state) {
+    varn_bench::ratio_row(state, "postcard encode / msgpack-c pack", {0.6},
+                          varn_bench::Clock::kThreadCpu, encode_postcard_ops, encode_msgpack_ops);
 }
+BENCHMARK(BM_Encode)->Iterations(1);
 
-double decode_round_msgpack(const Encoded& encoded, benchmark::State& state) {
-    const double start = thread_seconds();
-    for (int i = 0; i < kOpsPerRound; ++i) {
-        Sample s;
-        if (decode_msgpack(encoded.msgpack.data(), encoded.msgpack.size(), &s) !=
-            kFieldsPerMessage) {
-            state.SkipWithError("msgpack decoding lost a field");
-        }
-        benchmark::DoNotOptimize(s);
-    }
-    return seconds_since(start);
-}
-
-void BM_PostcardEncode(benchmark::State& state) {
-    for (auto _ : state) state.SetIterationTime(encode_round_postcard());
-    state.SetItemsProcessed(state.iterations() * kOpsPerRound);
-}
-BENCHMARK(BM_PostcardEncode)->UseManualTime()->Unit(benchmark::kMicrosecond);
-
-void BM_MsgpackEncode(benchmark::State& state) {
-    for (auto _ : state) state.SetIterationTime(encode_round_msgpack());
-    state.SetItemsProcessed(state.iterations() * kOpsPerRound);
-}
-BENCHMARK(BM_MsgpackEncode)->UseManualTime()->Unit(benchmark::kMicrosecond);
-
-void BM_PostcardDecode(benchmark::State& state) {
+void BM_Decode(benchmark::State& state) {
     const Encoded encoded = encode_both();
-    for (auto _ : state) state.SetIterationTime(decode_round_postcard(encoded, state));
-    state.SetItemsProcessed(state.iterations() * kOpsPerRound);
+    varn_bench::ratio_row(
+            state, "postcard decode of every field by name / msgpack-c unpack + find", {1.0},
+            varn_bench::Clock::kThreadCpu,
+            [&](int64_t ops) {
+                for (int64_t i = 0; i < ops; ++i) {
+                    Sample s;
+                    if (decode_postcard(encoded.postcard.data(), encoded.postcard.size(), &s) !=
+                        kFieldsPerMessage) {
+                        state.SkipWithError("postcard decoding lost a field");
+                    }
+                    benchmark::DoNotOptimize(s);
+                }
+            },
+            [&](int64_t ops) {
+                for (int64_t i = 0; i < ops; ++i) {
+                    Sample s;
+                    if (decode_msgpack(encoded.msgpack.data(), encoded.msgpack.size(), &s) !=
+                        kFieldsPerMessage) {
+                        state.SkipWithError("msgpack decoding lost a field");
+                    }
+                    benchmark::DoNotOptimize(s);
+                }
+            });
 }
-BENCHMARK(BM_PostcardDecode)->UseManualTime()->Unit(benchmark::kMicrosecond);
-
-void BM_MsgpackDecode(benchmark::State& state) {
-    const Encoded encoded = encode_both();
-    for (auto _ : state) state.SetIterationTime(decode_round_msgpack(encoded, state));
-    state.SetItemsProcessed(state.iterations() * kOpsPerRound);
-}
-BENCHMARK(BM_MsgpackDecode)->UseManualTime()->Unit(benchmark::kMicrosecond);
-
-double g_encode_ratio = 0.0;
-double g_decode_ratio = 0.0;
-
-void BM_EncodeRatio(benchmark::State& state) {
-    double postcard_seconds = 0.0;
-    double msgpack_seconds = 0.0;
-    for (auto _ : state) {
-        const double postcard = encode_round_postcard();
-        const double msgpack = encode_round_msgpack();
-        postcard_seconds += postcard;
-        msgpack_seconds += msgpack;
-        state.SetIterationTime(postcard + msgpack);
-    }
-    const double ops = static_cast<double>(state.iterations() * kOpsPerRound);
-    state.counters["postcard_ns"] = postcard_seconds / ops * 1e9;
-    state.counters["msgpack_ns"] = msgpack_seconds / ops * 1e9;
-    g_encode_ratio = postcard_seconds / msgpack_seconds;
-    state.counters["ratio"] = g_encode_ratio;
-}
-BENCHMARK(BM_EncodeRatio)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
-
-void BM_DecodeRatio(benchmark::State& state) {
-    const Encoded encoded = encode_both();
-    double postcard_seconds = 0.0;
-    double msgpack_seconds = 0.0;
-    for (auto _ : state) {
-        const double postcard = decode_round_postcard(encoded, state);
-        const double msgpack = decode_round_msgpack(encoded, state);
-        postcard_seconds += postcard;
-        msgpack_seconds += msgpack;
-        state.SetIterationTime(postcard + msgpack);
-    }
-    const double ops = static_cast<double>(state.iterations() * kOpsPerRound);
-    state.counters["postcard_ns"] = postcard_seconds / ops * 1e9;
-    state.counters["msgpack_ns"] = msgpack_seconds / ops * 1e9;
-    g_decode_ratio = postcard_seconds / msgpack_seconds;
-    state.counters["ratio"] = g_decode_ratio;
-}
-BENCHMARK(BM_DecodeRatio)->UseManualTime()->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_Decode)->Iterations(1);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    if (g_encode_ratio > 0.0) {
-        printf("postcard / msgpack-c encoding time ratio: %.3f (goal <= 1.0)\n", g_encode_ratio);
-    }
-    if (g_decode_ratio > 0.0) {
-        printf("postcard / msgpack-c decoding time ratio: %.3f (goal <= 2.0)\n", g_decode_ratio);
-    }
-    return 0;
-}
+int main(int argc, char** argv) { return varn_bench::main(argc, argv); }

@@ -16,7 +16,35 @@ namespace vel_loc_fw {
 namespace {
 
 constexpr const char kTag[] = "ConfigFile";
-constexpr int kNotFound = 1000;
+
+// Result codes of loading a file (reported once, then the file is not loaded).
+struct LoadResult {
+    static constexpr int kOk = 0, kNoPath = 2, kCannotOpen = 3, kNoLineBuffer = 4,
+                         kNoTraceBuffer = 5, kReadError = 10, kLineTooLong = 101, kNoName = 110,
+                         kNoEqual = 111, kBadValue = 112, kNoMemoryForName = 114,
+                         kNoMemoryForValue = 115;
+};
+// Result codes of the look-ups.
+struct GetResult {
+    static constexpr int kOk = 0, kNotLoaded = 2, kNullName = 3, kNullOutput = 4, kNotFound = 1000;
+};
+// getStringDup() beyond GetResult.
+struct DupResult {
+    static constexpr int kNoMemory = 101, kNoMemoryForDefault = 111;
+};
+// getInt32() and getDouble() beyond GetResult.
+struct Int32Result {
+    static constexpr int kEmpty = 101, kOverflow = 102, kErrno = 103, kTrailing = 104,
+                         kOutOfRange = 105;
+};
+struct DoubleResult {
+    static constexpr int kEmpty = 101, kErrno = 102, kTrailing = 103;
+};
+// get_PZ_Int32Default() and get_PNZ_Int32Default(): the stored value was
+// below their bound, so the default replaced it.
+constexpr int kDefaultReplacedValue = 1;
+// Reported with "subStringDup failed %d" when a copy cannot be allocated.
+constexpr int kSubStringDupFailed = 4;
 
 bool is_blank(char c) { return c == ' ' || (c >= 9 && c <= 13); }
 bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
@@ -38,7 +66,7 @@ ConfigFile* ConfigFile::createInstance(const char* path, size_t maxLineLength, b
 ConfigFileImpl::ConfigFileImpl(const char* path, size_t maxLineLength, bool verbose) {
     int line_number = 0;
     const int result = load(path, maxLineLength, verbose, &line_number);
-    if (result == 0) {
+    if (result == LoadResult::kOk) {
         loaded_ = true;
     } else {
         const int error = errno;
@@ -52,28 +80,28 @@ ConfigFileImpl::ConfigFileImpl(const char* path, size_t maxLineLength, bool verb
 ConfigFileImpl::~ConfigFileImpl() = default;
 
 int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose, int* line_number) {
-    if (path == nullptr) return 2;
+    if (path == nullptr) return LoadResult::kNoPath;
     FILE* file = fopen(path, "r");
-    if (file == nullptr) return 3;
+    if (file == nullptr) return LoadResult::kCannotOpen;
 
-    int result = 0;
+    int result = LoadResult::kOk;
     char* line = new (std::nothrow) char[max_line_length + 1];
     char* trace = nullptr;
     if (line == nullptr) {
-        result = 4;
+        result = LoadResult::kNoLineBuffer;
     } else if (verbose && (trace = new (std::nothrow) char[max_line_length + 1]) == nullptr) {
-        result = 5;
+        result = LoadResult::kNoTraceBuffer;
     }
 
-    while (result == 0) {
+    while (result == LoadResult::kOk) {
         if (fgets(line, static_cast<int>(max_line_length + 1), file) == nullptr) {
-            result = ferror(file) ? 10 : 0;
+            result = ferror(file) ? LoadResult::kReadError : LoadResult::kOk;
             break;
         }
         ++*line_number;
         const size_t length = strlen(line);
         if (length >= max_line_length) {
-            result = 101;
+            result = LoadResult::kLineTooLong;
             break;
         }
         const char* begin = line;
@@ -105,19 +133,20 @@ int ConfigFileImpl::load(const char* path, size_t max_line_length, bool verbose,
 int ConfigFileImpl::parseLine(char* content, int /*line_number*/, bool verbose) {
     const char* end = content + strlen(content);
     const char* name_end = find_name(content, end);
-    if (name_end == nullptr) return 110;
+    if (name_end == nullptr) return LoadResult::kNoName;
     const char* after_equal = find_equal(name_end, end);
-    if (after_equal == nullptr) return 111;
+    if (after_equal == nullptr) return LoadResult::kNoEqual;
     const char* value_begin = nullptr;
     const char* value_end = nullptr;
-    if (!find_value(after_equal, end, &value_begin, &value_end)) return 112;
+    if (!find_value(after_equal, end, &value_begin, &value_end)) return LoadResult::kBadValue;
 
     char* name = subStringDup(content, name_end);
     char* value = name != nullptr ? subStringDup(value_begin, value_end) : nullptr;
     Pair* pair = value != nullptr ? new (std::nothrow) Pair{nullptr, name, value} : nullptr;
     if (pair == nullptr) {
-        log_error(kTag, "subStringDup failed %d", 4);
-        const int result = name == nullptr ? 114 : 115;
+        log_error(kTag, "subStringDup failed %d", kSubStringDupFailed);
+        const int result =
+                name == nullptr ? LoadResult::kNoMemoryForName : LoadResult::kNoMemoryForValue;
         delete[] name;
         delete[] value;
         return result;
@@ -127,7 +156,7 @@ int ConfigFileImpl::parseLine(char* content, int /*line_number*/, bool verbose) 
         log_verbose(kTag, "value [%s]", value);
     }
     pairs_.push_front(pair);
-    return 0;
+    return LoadResult::kOk;
 }
 
 void ConfigFileImpl::trim(const char** begin, const char** end) {
@@ -189,15 +218,15 @@ const ConfigFileImpl::Pair* ConfigFileImpl::find(const char* name) const {
 bool ConfigFileImpl::isLoaded() const { return loaded_; }
 
 int ConfigFileImpl::getString(const char* name, const char** value) {
-    int result = 0;
+    int result = GetResult::kOk;
     if (!loaded_) {
-        result = 2;
+        result = GetResult::kNotLoaded;
     } else if (name == nullptr) {
-        result = 3;
+        result = GetResult::kNullName;
     } else if (value == nullptr) {
-        result = 4;
+        result = GetResult::kNullOutput;
     }
-    if (result != 0) {
+    if (result != GetResult::kOk) {
         if (name != nullptr) {
             log_error(kTag, "getString failed [%s] %d", name, result);
         } else {
@@ -207,157 +236,157 @@ int ConfigFileImpl::getString(const char* name, const char** value) {
     }
     *value = nullptr;
     const Pair* pair = find(name);
-    if (pair == nullptr) return kNotFound;
+    if (pair == nullptr) return GetResult::kNotFound;
     *value = pair->value;
-    return 0;
+    return GetResult::kOk;
 }
 
 int ConfigFileImpl::getStringDup(const char* name, const char** value, const char* defaultValue) {
     if (loaded_) {
         if (name == nullptr) {
-            log_error(kTag, "getStringDup failed %d", 3);
-            return 3;
+            log_error(kTag, "getStringDup failed %d", GetResult::kNullName);
+            return GetResult::kNullName;
         }
         if (value == nullptr) {
-            log_error(kTag, "getStringDup failed [%s] %d", name, 4);
-            return 4;
+            log_error(kTag, "getStringDup failed [%s] %d", name, GetResult::kNullOutput);
+            return GetResult::kNullOutput;
         }
         *value = nullptr;
         if (const Pair* pair = find(name)) {
             char* copy = subStringDup(pair->value, pair->value + strlen(pair->value));
             if (copy == nullptr) {
-                log_error(kTag, "getStringDup failed [%s] %d", name, 101);
-                return 101;
+                log_error(kTag, "getStringDup failed [%s] %d", name, DupResult::kNoMemory);
+                return DupResult::kNoMemory;
             }
             *value = copy;
-            return 0;
+            return GetResult::kOk;
         }
     }
-    if (defaultValue == nullptr) return kNotFound;
+    if (defaultValue == nullptr) return GetResult::kNotFound;
     if (value == nullptr) {
         // Not loaded: the output was never checked above.
-        log_error(kTag, "getStringDup failed %d", 4);
-        return 4;
+        log_error(kTag, "getStringDup failed %d", GetResult::kNullOutput);
+        return GetResult::kNullOutput;
     }
     char* copy = subStringDup(defaultValue, defaultValue + strlen(defaultValue));
     if (copy == nullptr) {
         if (name != nullptr) {
-            log_error(kTag, "getStringDup failed [%s] %d", name, 111);
+            log_error(kTag, "getStringDup failed [%s] %d", name, DupResult::kNoMemoryForDefault);
         } else {
-            log_error(kTag, "getStringDup failed %d", 111);
+            log_error(kTag, "getStringDup failed %d", DupResult::kNoMemoryForDefault);
         }
-        return 111;
+        return DupResult::kNoMemoryForDefault;
     }
     *value = copy;
-    return 0;
+    return GetResult::kOk;
 }
 
 int ConfigFileImpl::findForConversion(const char* getter, const char* name,
                                       const char** text) const {
     if (!loaded_) {
         log_debug(kTag, "%s m_loaded is false", getter);
-        return kNotFound;
+        return GetResult::kNotFound;
     }
     if (name == nullptr) {
-        log_error(kTag, "%s failed %d", getter, 3);
-        return 3;
+        log_error(kTag, "%s failed %d", getter, GetResult::kNullName);
+        return GetResult::kNullName;
     }
     const Pair* pair = find(name);
-    if (pair == nullptr) return kNotFound;
+    if (pair == nullptr) return GetResult::kNotFound;
     *text = pair->value;
-    return 0;
+    return GetResult::kOk;
 }
 
 int ConfigFileImpl::getInt32(const char* name, int& value) {
     const char* text = nullptr;
     int result = findForConversion("getInt32", name, &text);
-    if (result != 0) return result;
+    if (result != GetResult::kOk) return result;
 
     char* rest = nullptr;
     errno = 0;
     const long number = strtol(text, &rest, 0);
     const int error = errno;
     if (*text == '\0') {
-        result = 101;
+        result = Int32Result::kEmpty;
     } else if (number == LONG_MAX || number == LONG_MIN) {
-        result = 102;
+        result = Int32Result::kOverflow;
     } else if (error != 0) {
         log_error(kTag, "conversion error [%d] [%s]", error, strerror(error));
-        result = 103;
+        result = Int32Result::kErrno;
     } else if (*rest != '\0') {
-        result = 104;
+        result = Int32Result::kTrailing;
     } else if (number > INT32_MAX || number < INT32_MIN) {
-        result = 105;
+        result = Int32Result::kOutOfRange;
     }
-    if (result != 0) {
+    if (result != GetResult::kOk) {
         log_error(kTag, "getInt32 failed [%s] %d", name, result);
         return result;
     }
     value = static_cast<int>(number);
-    return 0;
+    return GetResult::kOk;
 }
 
 int ConfigFileImpl::getInt32Default(const char* name, int& value, const int& defaultValue) {
     const int result = getInt32(name, value);
-    if (result != kNotFound) return result;
+    if (result != GetResult::kNotFound) return result;
     value = defaultValue;
-    return 0;
+    return GetResult::kOk;
 }
 
 int ConfigFileImpl::get_PZ_Int32Default(const char* name, int& value, const int& defaultValue) {
     const int result = getInt32(name, value);
-    if (result == kNotFound) {
+    if (result == GetResult::kNotFound) {
         value = defaultValue;
-        return 0;
+        return GetResult::kOk;
     }
     // Tests the value even after a failed conversion, when it still holds the
     // caller's previous content.
     if (value >= 0) return result;
     value = defaultValue;
-    return 1;
+    return kDefaultReplacedValue;
 }
 
 int ConfigFileImpl::get_PNZ_Int32Default(const char* name, int& value, const int& defaultValue) {
     const int result = getInt32(name, value);
-    if (result == kNotFound) {
+    if (result == GetResult::kNotFound) {
         value = defaultValue;
-        return 0;
+        return GetResult::kOk;
     }
     if (value > 0) return result;
     value = defaultValue;
-    return 1;
+    return kDefaultReplacedValue;
 }
 
 int ConfigFileImpl::getDouble(const char* name, double& value) {
     const char* text = nullptr;
     int result = findForConversion("getDouble", name, &text);
-    if (result != 0) return result;
+    if (result != GetResult::kOk) return result;
 
     char* rest = nullptr;
     errno = 0;
     const double number = strtod(text, &rest);
     const int error = errno;
     if (*text == '\0') {
-        result = 101;
+        result = DoubleResult::kEmpty;
     } else if (error != 0) {
         log_error(kTag, "conversion error [%d] [%s]", error, strerror(error));
-        result = 102;
+        result = DoubleResult::kErrno;
     } else if (*rest != '\0') {
-        result = 103;
+        result = DoubleResult::kTrailing;
     }
-    if (result != 0) {
+    if (result != GetResult::kOk) {
         log_error(kTag, "getDouble failed [%s] %d", name, result);
         return result;
     }
     value = number;
-    return 0;
+    return GetResult::kOk;
 }
 
 int ConfigFileImpl::getDoubleDefault(const char* name, double& value, const double& defaultValue) {
     const int result = getDouble(name, value);
-    if (result != kNotFound) return result;
+    if (result != GetResult::kNotFound) return result;
     value = defaultValue;
-    return 0;
+    return GetResult::kOk;
 }
 
 }  // namespace vel_loc_fw

@@ -8,6 +8,8 @@
 
 #include <vel_loc_fw/log_util.h>
 
+#include "framework/mutex_internal.h"
+
 namespace vel_loc_fw {
 
 Mutex::~Mutex() = default;
@@ -46,28 +48,21 @@ MutexImpl::~MutexImpl() {
     }
 }
 
-int MutexImpl::lock() {
-    if (verbose_) log_verbose(name_, "lock: about to lock");
-    const int rc = pthread_mutex_lock(&mutex_);
-    if (rc != 0) {
-        log_error_no_lock(name_, "lock: pthread_mutex_lock return code: %d, [%s]", rc,
-                          strerror(rc));
-        return 1;
-    }
-    if (verbose_) log_verbose(name_, "lock: just acquired");
-    return 0;
+int MutexImpl::lock() { return lock_inline(); }
+
+int MutexImpl::unlock() { return unlock_inline(); }
+
+int MutexImpl::report_lock_failure(int rc) const {
+    log_error_no_lock(name_, "lock: pthread_mutex_lock return code: %d, [%s]", rc, strerror(rc));
+    return 1;
 }
 
-int MutexImpl::unlock() {
-    if (pthread_mutex_unlock(&mutex_) != 0) {
-        // pthread returns the code rather than setting errno; errno is what
-        // this message has always carried, so field reports stay comparable.
-        log_error_no_lock(name_, "unlock: pthread_mutex_unlock error: %d, [%s]", errno,
-                          strerror(errno));
-        return 1;
-    }
-    if (verbose_) log_verbose(name_, "lock: just released");
-    return 0;
+int MutexImpl::report_unlock_failure() const {
+    // pthread returns the code rather than setting errno; errno is what this
+    // message has always carried, so field reports stay comparable.
+    log_error_no_lock(name_, "unlock: pthread_mutex_unlock error: %d, [%s]", errno,
+                      strerror(errno));
+    return 1;
 }
 
 // Lock failed, or there was no mutex to lock.

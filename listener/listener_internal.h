@@ -1,8 +1,6 @@
 // Helpers shared by the listener's source files (not exported).
 #pragma once
 
-#include "framework/log_util_internal.h"
-
 #include <varn_client/VARNTypes.h>
 #include <vel_loc_fw/log_util.h>
 

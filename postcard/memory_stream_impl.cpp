@@ -134,13 +134,9 @@ int InMemoryStreamImpl::extractFailed(size_t length) const {
     return code;
 }
 
-int InMemoryStreamImpl::setGetCursor(size_t position) {
-    if (position > size_) {
-        log_error(kTag, "setGetCursor range error");
-        return 1;
-    }
-    cursor_ = position;
-    return 0;
+int InMemoryStreamImpl::setGetCursorFailed() const {
+    log_error(kTag, "setGetCursor range error");
+    return 1;
 }
 
 InMemoryStream* InMemoryStreamImpl::clone() const {

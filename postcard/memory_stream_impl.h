@@ -83,7 +83,11 @@ class InMemoryStreamImpl final : public InMemoryStream {
         return 0;
     }
     size_t getGetCursor() const override { return cursor_; }
-    int setGetCursor(size_t position) override;
+    int setGetCursor(size_t position) override {
+        if (position > size_) return setGetCursorFailed();
+        cursor_ = position;
+        return 0;
+    }
     size_t getEndCursor() const override { return size_; }
     InMemoryStream* clone() const override;
 
@@ -91,6 +95,7 @@ class InMemoryStreamImpl final : public InMemoryStream {
 
   private:
     int extractFailed(size_t length) const;
+    int setGetCursorFailed() const;
     void release();
 
     bool owns_buffer_ = false;

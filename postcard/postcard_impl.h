@@ -172,9 +172,64 @@ class InPostcardImpl final : public InPostcard {
 
     uint32_t state() const { return state_; }
 
+    // Result codes of the reader, per operation; 0 is success. Every lookup
+    // returns kNotFound (-1), unlogged, when no field matches.
+    static constexpr int kNotFound = -1;
+    struct CreateResult {  // factories (logged, the reader is left not ready)
+        static constexpr int kNoStream = 2, kNoMemory = 3;
+    };
+    struct InitResult {
+        static constexpr int kOk = 0, kNullBuffer = 2, kEmpty = 3, kNoMemory = 4,
+                             kOwnershipRefused = 5, kBufferRefused = 6;
+    };
+    struct FindResult {
+        static constexpr int kFound = 0, kNullName = 2, kCannotRewind = 3, kNoBodyLength = 4,
+                             kEmptyName = 5, kPastEnd = 101, kNoType = 102, kNoNameLength = 103,
+                             kNameCut = 104, kBadValue = 105;
+    };
+    struct SkipResult {
+        static constexpr int kOk = 0, kEmptyBlob = 2, kCut = 3, kInvalidType = 100,
+                             kUnknownType = 101, kNoTextLength = 102, kEmptyText = 103,
+                             kNoBlobLength = 104;
+    };
+    struct SimpleResult {
+        static constexpr int kOk = 0, kNullName = 2, kMalformed = 3, kValueCut = 4;
+    };
+    struct BlobResult {
+        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4, kNoLength = 5,
+                             kValueCut = 7;
+    };
+    struct StringResult {
+        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4, kEmpty = 5,
+                             kNoData = 6, kNotTerminated = 7;
+    };
+    struct StringDupResult {
+        static constexpr int kOk = 0, kNullOutput = 2, kNoString = 3, kNoMemory = 4;
+    };
+    struct ArrayResult {
+        static constexpr int kOk = 0, kNullName = 2, kNullCount = 3, kNotRead = 4, kBadLength = 5,
+                             kEmpty = 6, kNoRoom = 7;
+    };
+    struct CardResult {
+        static constexpr int kOk = 0, kNullName = 2, kNullOutput = 3, kMalformed = 4, kNoMemory = 8,
+                             kUnreadable = 9;
+    };
+
+    // The reader's view of the record grammar (defined with the reader).
+    struct RecordCursor;
+
   private:
+    // A cursor over the stream's bytes at its get cursor, or at 0.
+    RecordCursor cursor(bool at_start);
+    int find(unsigned short type, const char* name, int index, RecordCursor* at);
+    int reportFind(int result, int field_no);
+    void reportSkip(int result, unsigned short type);
+
     uint32_t state_ = 0;
     InMemoryStream* stream_ = nullptr;
+    // `stream_` when the reader created it itself (its class is then known,
+    // so its calls bind directly), else null.
+    InMemoryStreamImpl* own_stream_ = nullptr;
 };
 
 }  // namespace vel_loc_fw

@@ -62,6 +62,29 @@ class List {
         return true;
     }
 
+    // Unlinks every node for which `pred(node)` is true, keeping the order of
+    // the others, and returns them chained through `next` (null when none);
+    // the caller now owns and deletes them.
+    template <typename Pred>
+    Node* extract_if(Pred pred) {
+        Node* taken = nullptr;
+        Node** taken_tail = &taken;
+        Node** link = &head_;
+        while (*link != nullptr) {
+            Node* node = *link;
+            if (pred(*node)) {
+                *link = node->next;
+                --count_;
+                node->next = nullptr;
+                *taken_tail = node;
+                taken_tail = &node->next;
+            } else {
+                link = &node->next;
+            }
+        }
+        return taken;
+    }
+
     // Deletes every node; the list is empty afterwards.
     void clear() {
         while (head_ != nullptr) {

@@ -64,6 +64,14 @@ VEL_LOC_FW_EXPORT int log_flush_all_local_level();
 // so callers may use it to skip building text that cannot be written.
 VEL_LOC_FW_EXPORT bool is_log_verbose_enabled(const char* tag);
 
+// True when a message of `level` for `tag` would pass the filter (the
+// per-tag level of `tag`, else the global level); is_log_verbose_enabled()
+// is this with EL_VERBOSE. Does not take the log mutex either: a hot path can
+// skip the arguments and the call of a message that cannot be written. The
+// answer may be stale by the time the message is written if another thread
+// changes the levels meanwhile; the message function filters again.
+VEL_LOC_FW_EXPORT bool is_log_level_enabled(const char* tag, ERROR_LEVEL level);
+
 // Message functions. `tag` may be null. They never fail to their caller.
 VEL_LOC_FW_EXPORT void log_error(const char* tag, const char* fmt, ...) VEL_LOC_FW_PRINTF(2, 3);
 VEL_LOC_FW_EXPORT void log_warning(const char* tag, const char* fmt, ...) VEL_LOC_FW_PRINTF(2, 3);

@@ -35,12 +35,23 @@ class VEL_LOC_FW_EXPORT Mutex {
 
 // The one implementation of Mutex. Embedded by WaitableBase; everyone else
 // creates mutexes through Mutex::createInstance().
-class MutexImpl : public Mutex {
+class MutexImpl final : public Mutex {
   public:
     MutexImpl(const char* name, bool verbose);
     ~MutexImpl() override;
     int lock() override;
     int unlock() override;
+
+    // Library-internal: lock() and unlock() themselves, defined inline in
+    // the library (framework/mutex_internal.h) so that its own hot paths, the
+    // log mutex above all, bind to them without a call. Hidden: nothing
+    // outside the library can use them.
+    __attribute__((visibility("hidden"))) int lock_inline();
+    __attribute__((visibility("hidden"))) int unlock_inline();
+    // The same for a mutex created without `verbose` (the log mutex), which
+    // need not test the flag.
+    __attribute__((visibility("hidden"))) int lock_not_verbose();
+    __attribute__((visibility("hidden"))) int unlock_not_verbose();
 
     MutexImpl(const MutexImpl&) = delete;
     MutexImpl& operator=(const MutexImpl&) = delete;
@@ -48,6 +59,10 @@ class MutexImpl : public Mutex {
   private:
     // Waits on its condition variable with this mutex.
     friend class WaitableBase;
+
+    // Out of line: the failure reports of lock_inline() and unlock_inline().
+    __attribute__((visibility("hidden"))) int report_lock_failure(int rc) const;
+    __attribute__((visibility("hidden"))) int report_unlock_failure() const;
 
     const char* name_;
     bool verbose_;

@@ -4,7 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <climits>
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "log_capture.h"
 
@@ -173,6 +176,60 @@ TEST_F(LogUtilTest, VerboseEnabledFollowsTheApplicableLevel) {
     log_set_global_level(EL_ERROR);
     log_set_local_level_for_tag("T", EL_VERBOSE);
     EXPECT_TRUE(is_log_verbose_enabled("T"));
+}
+
+// A line reads exactly as printf formats "[T] " and the message, whichever
+// conversions it uses and wherever it is cut.
+#define EXPECT_LINE_AS_PRINTF(...)                                                \
+    do {                                                                          \
+        capture_.clear();                                                         \
+        log_info("T", __VA_ARGS__);                                               \
+        char expected[512];                                                       \
+        snprintf(expected, sizeof(expected), "[T] " __VA_ARGS__);                 \
+        ASSERT_EQ(1u, capture_.lines().size());                                   \
+        EXPECT_EQ(std::string(expected), capture_.lines()[0].text);               \
+    } while (0)
+
+TEST_F(LogUtilTest, LinesReadAsPrintfFormatsThem) {
+    log_set_global_level(EL_INFO);
+    const char* volatile no_text = nullptr;
+    const std::string long_text(600, 'y');
+    EXPECT_LINE_AS_PRINTF("%s: Weighted mean %s", "computeMean", "Disabled");
+    EXPECT_LINE_AS_PRINTF("%d %i %u %c %% %d", INT_MIN, -7, UINT_MAX, 'x', 0);
+    EXPECT_LINE_AS_PRINTF("[%s] [%s]", "", no_text);
+    EXPECT_LINE_AS_PRINTF("a%cb", '\0');
+    EXPECT_LINE_AS_PRINTF("%5d|%-3s|%ld|%.2f|%x", 42, "ab", 123456789L, 1.5, 255u);
+    EXPECT_LINE_AS_PRINTF("%d then %.1f then %s", 3, 2.5, "end");  // switches mid-way
+    EXPECT_LINE_AS_PRINTF("%s%d", long_text.c_str(), 7);
+    EXPECT_LINE_AS_PRINTF("%d%s", 7, long_text.c_str());
+}
+
+TEST_F(LogUtilTest, ManyAndLongTagsEachKeepTheirOwnLevel) {
+    log_set_global_level(EL_INFO);
+    std::vector<std::string> tags;
+    for (int i = 0; i < 12; ++i) tags.push_back("Tag" + std::to_string(i));
+    tags.push_back(std::string(40, 'L'));
+    tags.push_back(std::string(40, 'L') + "x");  // shares the long prefix
+    for (size_t i = 0; i < tags.size(); ++i) {
+        ASSERT_EQ(0, log_set_local_level_for_tag(tags[i].c_str(), i % 2 ? EL_VERBOSE : EL_ERROR));
+    }
+    for (size_t i = 0; i < tags.size(); ++i) {
+        SCOPED_TRACE(tags[i]);
+        const bool verbose = i % 2 != 0;
+        EXPECT_EQ(verbose, is_log_verbose_enabled(tags[i].c_str()));
+        EXPECT_EQ(verbose, is_log_level_enabled(tags[i].c_str(), EL_DEBUG));
+        EXPECT_TRUE(is_log_level_enabled(tags[i].c_str(), EL_ERROR));
+        capture_.clear();
+        log_verbose(tags[i].c_str(), "v");
+        log_warning(tags[i].c_str(), "w");
+        EXPECT_EQ(verbose ? 2u : 0u, capture_.lines().size());
+    }
+    // Prefixes and extensions of a tag are other tags: the global level applies.
+    log_info("Tag1x", "i");
+    log_info("Ta", "i");
+    log_debug(std::string(39, 'L').c_str(), "d");
+    EXPECT_EQ(2u, capture_.count("] i"));
+    EXPECT_FALSE(capture_.contains("] d"));
 }
 
 TEST_F(LogUtilTest, NoLockVariantWritesAtErrorLevel) {

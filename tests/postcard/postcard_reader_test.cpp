@@ -394,6 +394,7 @@ INSTANTIATE_TEST_SUITE_P(
         Types, PostcardSkipTest,
         testing::Values(SkipCase{"invalid", 0, {1}, 100},
                         SkipCase{"unknown", 23, {1}, 101},
+                        SkipCase{"past_the_codes", 41, {1}, 101},
                         SkipCase{"card", 1, {1, 0, 0, 0, 0}, 0},
                         SkipCase{"card_zero", 1, {0, 0, 0, 0}, 103},
                         SkipCase{"string_no_length", 19, {1, 0}, 102},
