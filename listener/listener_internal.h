@@ -1,8 +1,7 @@
 // Helpers shared by the listener's source files (not exported).
 #pragma once
 
-#include <varn_client/VARNTypes.h>
-#include <vel_loc_fw/log_util.h>
+#include "wifihal/wifi_log.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -10,55 +9,6 @@
 #include <type_traits>
 
 namespace varn_listener {
-
-// Tag of every log line of the listener.
-constexpr const char* kTag = "VARNClientListener";
-// Tag of the background-scan conversions, shared with the entry layer.
-constexpr const char* kWifiHalTag = "VARN-WIFIHAL-" VARN_WIFIHAL_VERSION;
-
-// Twelve lower-case hexadecimal digits of a BSSID, for the "%c%c:..." log
-// formats. Not NUL-terminated.
-struct BssidDigits {
-    char d[12];
-};
-
-inline BssidDigits bssidDigits(const uint8_t* bytes) {
-    static const char kHex[] = "0123456789abcdef";
-    BssidDigits out;
-    for (int i = 0; i < 6; ++i) {
-        out.d[2 * i] = kHex[bytes[i] >> 4];
-        out.d[2 * i + 1] = kHex[bytes[i] & 0xf];
-    }
-    return out;
-}
-
-inline BssidDigits bssidDigits(const VARNMacAddress& mac) {
-    uint8_t bytes[6];
-    for (int i = 0; i < 6; ++i) bytes[i] = mac[i];
-    return bssidDigits(bytes);
-}
-
-// Verbose message whose arguments are evaluated and whose log call (with its
-// lock) is made only when verbose messages of `tag` can pass; the output is the
-// same as an unconditional `log_verbose`.
-#define VARN_LOG_VERBOSE(tag, ...)                                                              \
-    do {                                                                                        \
-        if (vel_loc_fw::is_log_verbose_enabled(tag)) vel_loc_fw::log_verbose(tag, __VA_ARGS__); \
-    } while (0)
-
-// Per-frame debug lines: skipped before formatting when debug cannot pass.
-#define VARN_LOG_DEBUG(tag, ...)                                           \
-    do {                                                                   \
-        if (vel_loc_fw::is_log_level_enabled(tag, vel_loc_fw::EL_DEBUG)) { \
-            vel_loc_fw::log_debug(tag, __VA_ARGS__);                       \
-        }                                                                  \
-    } while (0)
-
-// The twelve characters of `BssidDigits` as printf arguments.
-#define VARN_BSSID_ARGS(b)                                                                    \
-    (b).d[0], (b).d[1], (b).d[2], (b).d[3], (b).d[4], (b).d[5], (b).d[6], (b).d[7], (b).d[8], \
-            (b).d[9], (b).d[10], (b).d[11]
-#define VARN_BSSID_FMT "%c%c:%c%c:%c%c:%c%c:%c%c:%c%c"
 
 // A short array of trivially copyable values that lives on the stack while it
 // holds at most `N` elements and moves to the heap beyond that. Ranging

@@ -14,20 +14,11 @@
 #include "listener/varn_client_listener_impl.h"
 #include "wifihal/request_bookkeeping.h"
 
-using varn_listener::kTag;
 namespace fw = vel_loc_fw;
 
 namespace {
 
-constexpr const char* kBwTag = "VARN_WIFIHAL_IF";
-
-const char* targetStatusName(int32_t status) {
-    return status >= 0 && status < 12 ? TARGET_STATUS[status] : TARGET_STATUS[11];
-}
-
-const char* wifiHalStatusName(int32_t status) {
-    return status >= 0 && status < 18 ? WIFIHAL_STATUS[status] : "UNKNOWN";
-}
+const char* wifiHalStatusName(int32_t status) { return nameIn(WIFIHAL_STATUS, status, "UNKNOWN"); }
 
 // Microseconds since boot with millisecond resolution.
 wifi_timestamp bootTimeUs() {
@@ -48,11 +39,11 @@ int psToMm(wifi_timespan ps) {
 // null when absent or empty, or when out of memory (logged).
 wifi_information_element* copyElement(const VARNInformationElement& element, const char* name) {
     if (element.data == nullptr || element.length == 0) return nullptr;
-    VARN_LOG_VERBOSE(kTag, "@processLocationIeData(): %s received len(%u)", name,
+    VARN_LOG_VERBOSE(kListenerTag, "@processLocationIeData(): %s received len(%u)", name,
                      static_cast<unsigned>(element.length));
     auto* copy = static_cast<wifi_information_element*>(malloc(element.length + 2u));
     if (copy == nullptr) {
-        fw::log_debug(kTag, "@processLocationIeData(): memory allocation error");
+        fw::log_debug(kListenerTag, "@processLocationIeData(): memory allocation error");
         return nullptr;
     }
     copy->id = element.id;
@@ -67,8 +58,9 @@ void VARNClientListenerImpl::mapVarnStatusToWiFiHalStatus(wifi_rtt_result_v2* re
                                                           const VARNScanMeasurement* measurement,
                                                           eScanStatus request_status) {
     const int32_t target = measurement->target_status;
-    VARN_LOG_VERBOSE(kTag, "%s: status IN(%d)(%s) ReqStatus(%d)", "mapVarnStatusToWiFiHalStatus",
-                     target, targetStatusName(target), static_cast<int>(request_status));
+    VARN_LOG_VERBOSE(kListenerTag, "%s: status IN(%d)(%s) ReqStatus(%d)",
+                     "mapVarnStatusToWiFiHalStatus", target, nameIn(TARGET_STATUS, target),
+                     static_cast<int>(request_status));
     // Indexed by the target status 0..10.
     static const wifi_rtt_status kByTarget[11] = {
             RTT_STATUS_SUCCESS,
@@ -99,11 +91,11 @@ void VARNClientListenerImpl::mapVarnStatusToWiFiHalStatus(wifi_rtt_result_v2* re
         default: known = false; break;
     }
     if (!known) {
-        fw::log_debug(kTag, "%s: Status type unknown", "mapVarnStatusToWiFiHalStatus");
+        fw::log_debug(kListenerTag, "%s: Status type unknown", "mapVarnStatusToWiFiHalStatus");
         status = RTT_STATUS_FAILURE;
     }
     result->rtt_result.status = status;
-    VARN_LOG_VERBOSE(kTag, "@mapVarnStatusToWiFiHalStatus(): status OUT(%d)(%s)",
+    VARN_LOG_VERBOSE(kListenerTag, "@mapVarnStatusToWiFiHalStatus(): status OUT(%d)(%s)",
                      static_cast<int>(status), wifiHalStatusName(status));
 }
 
@@ -114,7 +106,7 @@ void VARNClientListenerImpl::mapRttTypeToWiFiHal(wifi_rtt_result_v2* result,
         case VARN_RTT_TYPE_2_SIDED: result->rtt_result.type = RTT_TYPE_2_SIDED; break;
         case VARN_RTT_TYPE_UNSPECIFIED: result->rtt_result.type = RTT_TYPE_1_SIDED; break;
         default:
-            fw::log_debug(kTag, "%s: RTT type unknown", "mapRttTypeToWiFiHal");
+            fw::log_debug(kListenerTag, "%s: RTT type unknown", "mapRttTypeToWiFiHal");
             result->rtt_result.type = RTT_TYPE_1_SIDED;
             break;
     }
@@ -125,20 +117,20 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
     const vel_loc_fw::vector<VARNMeasurementInfo*>& frames = measurement->measurements;
     const uint32_t n = frames.size();
     if (n == 0) {
-        fw::log_warning(kTag,
+        fw::log_warning(kListenerTag,
                         "@computeRssiMetrics(): no measurements available to calculate rssi "
                         "metrics");
         return;
     }
-    const bool verbose = fw::is_log_verbose_enabled(kTag);
+    const bool verbose = fw::is_log_verbose_enabled(kListenerTag);
     int32_t rssi_max = frames[0]->rssi;
     int32_t rssi_min = frames[0]->rssi;
     double amplitude_sum = 0.0;
     for (uint32_t k = 0; k < n; ++k) {
         const int32_t rssi = frames[k]->rssi;
         if (verbose) {
-            VARN_LOG_VERBOSE(kTag, "@computeRssiMetrics(): rssi[%d] = %d", static_cast<int>(k),
-                             rssi);
+            VARN_LOG_VERBOSE(kListenerTag, "@computeRssiMetrics(): rssi[%d] = %d",
+                             static_cast<int>(k), rssi);
         }
         amplitude_sum += pow(10.0, rssi / 20.0);
         if (rssi > rssi_max) {
@@ -161,7 +153,7 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
     const int32_t spread = rssi_max - rssi_min;
     result->rtt_result.rssi = avg * -2;
     result->rtt_result.rssi_spread = spread;
-    VARN_LOG_VERBOSE(kTag,
+    VARN_LOG_VERBOSE(kListenerTag,
                      "@computeRssiMetrics(): avgRssi(%d), rssiMax(%d), rssiMin(%d), rssiSp(%d)",
                      avg, rssi_max, rssi_min, spread);
 }
@@ -173,7 +165,7 @@ wifi_rtt_bw VARNClientListenerImpl::mapVARNBwToWiFiHal(uint8_t bw) {
         case VARN_BW_80MHZ: return WIFI_RTT_BW_80;
         case VARN_BW_160MHZ: return WIFI_RTT_BW_160;
         default:
-            fw::log_warning(kBwTag, "UNKNOWN BW TYPE defaulting to BW_20MHZ");
+            fw::log_warning(kWifiHalIfTag, "UNKNOWN BW TYPE defaulting to BW_20MHZ");
             return WIFI_RTT_BW_20;
     }
 }
@@ -189,7 +181,7 @@ void fillRate(wifi_rate& rate, const VARNRateInfo& info, const char* function,
     rate.nss = info.spatial_streams & 3u;
     rate.bitrate = info.bit_rate;
     rate.rateMcsIdx = info.mcs_index;
-    if (info.bandwidth > 32) fw::log_error(kTag, bad_bw_format, function);
+    if (info.bandwidth > 32) fw::log_error(kListenerTag, bad_bw_format, function);
     rate.bw =
             static_cast<uint32_t>(VARNClientListenerImpl::mapVARNBwToWiFiHal(info.bandwidth)) & 7u;
 }
@@ -215,7 +207,7 @@ wifi_rtt_bw VARNClientListenerImpl::getPacketBw(
         const vel_loc_fw::vector<VARNMeasurementInfo*>& frames) {
     const uint32_t n = frames.size();
     if (n == 0) {
-        fw::log_error(kTag, "@getPacketBw(): No measurement present, return UNSPCIFIED");
+        fw::log_error(kListenerTag, "@getPacketBw(): No measurement present, return UNSPCIFIED");
         return WIFI_RTT_BW_UNSPECIFIED;
     }
     uint32_t sum_mhz = 0;
@@ -250,39 +242,40 @@ void VARNClientListenerImpl::processLocationIeData(wifi_rtt_result_v2* result,
 
 void VARNClientListenerImpl::printWiFiHalNodeResult(const wifi_rtt_result_v2* result) {
     // Logging only, all at verbose level: skip the formatting when it cannot pass.
-    if (!fw::is_log_verbose_enabled(kTag)) return;
+    if (!fw::is_log_verbose_enabled(kListenerTag)) return;
     const wifi_rtt_result& r = result->rtt_result;
-    const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(r.addr);
+    const BssidDigits bssid = bssidDigits(r.addr, false);
     const int type = r.type;
-    VARN_LOG_VERBOSE(kTag, "%s: " VARN_BSSID_FMT " status(%d)(%s) type(%d)(%s)",
+    VARN_LOG_VERBOSE(kListenerTag, "%s: " VARN_BSSID_FMT " status(%d)(%s) type(%d)(%s)",
                      "printWiFiHalNodeResult", VARN_BSSID_ARGS(bssid), static_cast<int>(r.status),
                      wifiHalStatusName(r.status), type,
-                     type >= 1 && type <= 2 ? WIFIHAL_RTT_STR[type - 1] : "UNKNOWN");
-    VARN_LOG_VERBOSE(kTag,
+                     nameIn(WIFIHAL_RTT_STR, type - 1, "UNKNOWN"));
+    VARN_LOG_VERBOSE(kListenerTag,
                      "%s: burst_num(%u), measurement_number(%u), success_number(%u), "
                      "number_per_burst_peer(%u), retry_after_duration(%u)",
                      "printWiFiHalNodeResult", r.burst_num, r.measurement_number, r.success_number,
                      static_cast<unsigned>(r.number_per_burst_peer),
                      static_cast<unsigned>(r.retry_after_duration));
-    VARN_LOG_VERBOSE(
-            kTag, "%s: rssi(%d), rssi_spread(%d), rtt(%llu), rtt_sd(%llu), rtt_spread(%llu)",
-            "printWiFiHalNodeResult", r.rssi, r.rssi_spread, static_cast<unsigned long long>(r.rtt),
-            static_cast<unsigned long long>(r.rtt_sd),
-            static_cast<unsigned long long>(r.rtt_spread));
-    VARN_LOG_VERBOSE(kTag,
+    VARN_LOG_VERBOSE(kListenerTag,
+                     "%s: rssi(%d), rssi_spread(%d), rtt(%llu), rtt_sd(%llu), rtt_spread(%llu)",
+                     "printWiFiHalNodeResult", r.rssi, r.rssi_spread,
+                     static_cast<unsigned long long>(r.rtt),
+                     static_cast<unsigned long long>(r.rtt_sd),
+                     static_cast<unsigned long long>(r.rtt_spread));
+    VARN_LOG_VERBOSE(kListenerTag,
                      "%s: distance_mm(%d), distance_sd_mm(%d), distance_spread_mm(%d), ts(%lld)",
                      "printWiFiHalNodeResult", r.distance_mm, r.distance_sd_mm,
                      r.distance_spread_mm, static_cast<long long>(r.ts));
-    VARN_LOG_VERBOSE(kTag,
+    VARN_LOG_VERBOSE(kListenerTag,
                      "%s: tx_rate preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u); rx_rate "
                      "preamble(%s) nss(%s) bw(%u) mcs(%u) bitrate(%u)",
-                     "printWiFiHalNodeResult", WIFIHAL_PREAMBLE_STR[r.tx_rate.preamble % 6],
+                     "printWiFiHalNodeResult", nameIn(WIFIHAL_PREAMBLE_STR, r.tx_rate.preamble),
                      WIFIHAL_NSS_STR[r.tx_rate.nss], static_cast<unsigned>(r.tx_rate.bw),
                      static_cast<unsigned>(r.tx_rate.rateMcsIdx), r.tx_rate.bitrate,
-                     WIFIHAL_PREAMBLE_STR[r.rx_rate.preamble % 6], WIFIHAL_NSS_STR[r.rx_rate.nss],
-                     static_cast<unsigned>(r.rx_rate.bw),
+                     nameIn(WIFIHAL_PREAMBLE_STR, r.rx_rate.preamble),
+                     WIFIHAL_NSS_STR[r.rx_rate.nss], static_cast<unsigned>(r.rx_rate.bw),
                      static_cast<unsigned>(r.rx_rate.rateMcsIdx), r.rx_rate.bitrate);
-    VARN_LOG_VERBOSE(kTag,
+    VARN_LOG_VERBOSE(kListenerTag,
                      "%s: burst_duration(%d), negotiated_burst_num(%d), frequency(%d), "
                      "packet_bw(%d), LCI(%p), LCR(%p)",
                      "printWiFiHalNodeResult", r.burst_duration, r.negotiated_burst_num,
@@ -298,7 +291,7 @@ wifi_rtt_result_v2* VARNClientListenerImpl::scanMeasToWiFiHalResult(
     auto* results = static_cast<wifi_rtt_result_v2*>(
             calloc(count == 0 ? 1 : count, sizeof(wifi_rtt_result_v2)));
     if (results == nullptr) {
-        fw::log_error(kTag, "@scanMeasToWiFiHalResult(): memory allocation error");
+        fw::log_error(kListenerTag, "@scanMeasToWiFiHalResult(): memory allocation error");
         return nullptr;
     }
     for (uint32_t i = 0; i < count; ++i) {
@@ -312,9 +305,9 @@ wifi_rtt_result_v2* VARNClientListenerImpl::scanMeasToWiFiHalResult(
             WiFiHalReqCacheEntry entry;
             if (findRequestedBandwidth(measurement->bssid, &entry)) {
                 requested_bw = entry.bandwidth;
-                fw::log_debug(kTag, "requstedBW for node %u", static_cast<unsigned>(i));
-                const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(entry.bssid);
-                fw::log_debug(kTag, "%s: " VARN_BSSID_FMT " requested bw(%d)",
+                fw::log_debug(kListenerTag, "requstedBW for node %u", static_cast<unsigned>(i));
+                const BssidDigits bssid = bssidDigits(entry.bssid, false);
+                fw::log_debug(kListenerTag, "%s: " VARN_BSSID_FMT " requested bw(%d)",
                               "scanMeasToWiFiHalResult", VARN_BSSID_ARGS(bssid), requested_bw);
             }
         }

@@ -15,7 +15,6 @@
 #include "listener/listener_internal.h"
 #include "listener/varn_client_listener_impl.h"
 
-using varn_listener::kTag;
 namespace fw = vel_loc_fw;
 
 namespace {
@@ -27,7 +26,7 @@ void logRttArray(const char* title, const int32_t* values, uint32_t count) {
     for (uint32_t i = 0; i < count && used > 0 && static_cast<size_t>(used) < sizeof(line); ++i) {
         used += snprintf(line + used, sizeof(line) - static_cast<size_t>(used), " %d", values[i]);
     }
-    VARN_LOG_VERBOSE(kTag, "%s", line);
+    VARN_LOG_VERBOSE(kListenerTag, "%s", line);
 }
 
 }  // namespace
@@ -47,7 +46,7 @@ float VARNClientListenerImpl::getRTTWeightedFactor(uint8_t tx_preamble, uint8_t 
 }
 
 void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mean) {
-    fw::log_info(kTag, "%s: Weighted mean %s", "computeMean",
+    fw::log_info(kListenerTag, "%s: Weighted mean %s", "computeMean",
                  g_weighted_mean != 0 ? "Enabled" : "Disabled");
     float sum = 0.0f;
     float count = 0.0f;
@@ -58,7 +57,7 @@ void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mea
                         ? getRTTWeightedFactor(frame->tx_rate.preamble, frame->rx_rate.preamble,
                                                frame->tx_rate.bandwidth, frame->rx_rate.bandwidth)
                         : 1.0f;
-        VARN_LOG_DEBUG(kTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
+        VARN_LOG_DEBUG(kListenerTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
                        "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
                        static_cast<double>(factor));
         const float weighted = factor * static_cast<float>(frame->rtt_ps);
@@ -66,12 +65,12 @@ void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mea
         count += factor;
     }
     if (count != 0.0f) mean = sum / count;
-    VARN_LOG_VERBOSE(kTag, "sum:%.4f count:%.4f mean:%.4f", static_cast<double>(sum),
+    VARN_LOG_VERBOSE(kListenerTag, "sum:%.4f count:%.4f mean:%.4f", static_cast<double>(sum),
                      static_cast<double>(count), static_cast<double>(mean));
 }
 
 int32_t VARNClientListenerImpl::computeMedian(int32_t* values, uint32_t count) {
-    const bool verbose = fw::is_log_verbose_enabled(kTag);
+    const bool verbose = fw::is_log_verbose_enabled(kListenerTag);
     if (verbose) logRttArray("Befor sort rtt ps array ", values, count);
     std::sort(values, values + count);
     if (verbose) logRttArray("After sort rtt ps array ", values, count);
@@ -88,7 +87,7 @@ void VARNClientListenerImpl::computeStats(const VARNFrameList& frames, float& me
                                           int32_t& min, int32_t& spread, int32_t& stdev,
                                           int32_t& median, bool with_median) {
     if (frames.empty()) {
-        fw::log_debug(kTag, "%s: Emtpy vector for stats computation", "computeStats");
+        fw::log_debug(kListenerTag, "%s: Emtpy vector for stats computation", "computeStats");
         return;
     }
     const uint32_t n = frames.size();
@@ -138,7 +137,7 @@ void VARNClientListenerImpl::computeStats(const VARNFrameList& frames, float& me
         varn_listener::InlineArray<int32_t, 64> copy;
         for (uint32_t i = 0; i < n; ++i) {
             if (copy.push_back(frames[i]->rtt_ps) != 0) {
-                fw::log_error(kTag, "%s: memory allocation error", "computeStats");
+                fw::log_error(kListenerTag, "%s: memory allocation error", "computeStats");
                 return;
             }
         }
@@ -150,11 +149,11 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
                                             int32_t& min, int32_t& spread, int32_t& stdev,
                                             int32_t& median, int32_t requested_bw) {
     if (frames.size() <= 2) {
-        fw::log_debug(kTag, "%s: Too few elements %d", "filterOutliers",
+        fw::log_debug(kListenerTag, "%s: Too few elements %d", "filterOutliers",
                       static_cast<int>(frames.size()));
         return;
     }
-    VARN_LOG_VERBOSE(kTag,
+    VARN_LOG_VERBOSE(kListenerTag,
                      "%s: RTT before Filter Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d "
                      "medianVal: %d",
                      "filterOutliers", static_cast<double>(mean), max, min, spread, stdev, median);
@@ -167,7 +166,7 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
         if (g_discard_bw_mis_match == 0) {
             const int32_t index = std::min(rx_bw, tx_bw);
             if (index >= 4) {
-                fw::log_warning(kTag, "%s: Invalid bandwidth %d", "filterOutliers", index);
+                fw::log_warning(kListenerTag, "%s: Invalid bandwidth %d", "filterOutliers", index);
                 ++i;
                 continue;
             }
@@ -176,13 +175,13 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
                     static_cast<int64_t>(stdev_multiplier_) * RTT_STDEV[index] / 10;
             const int64_t rtt = frame->rtt_ps;
             if (rtt > median + tolerance || rtt < median - tolerance) {
-                fw::log_debug(kTag, "%s: Removed outlier at %d, val %d", "filterOutliers",
+                fw::log_debug(kListenerTag, "%s: Removed outlier at %d, val %d", "filterOutliers",
                               static_cast<int>(i), frame->rtt_ps);
                 frames.erase(i);
                 continue;
             }
         } else if (rx_bw != requested_bw || tx_bw != requested_bw) {
-            fw::log_debug(kTag, "Dropping due to Tx/Rx BW is not equals of req BW");
+            fw::log_debug(kListenerTag, "Dropping due to Tx/Rx BW is not equals of req BW");
             frames.erase(i);
             continue;
         }
@@ -190,7 +189,7 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
     }
 
     if (frames.empty()) {
-        fw::log_warning(kTag, "%s: No measurements meet criteria\n", "filterOutliers");
+        fw::log_warning(kListenerTag, "%s: No measurements meet criteria\n", "filterOutliers");
         mean = 0.0f;
         max = 0;
         min = 0;
@@ -198,7 +197,7 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
         return;
     }
     computeStats(frames, mean, max, min, spread, stdev, median, false);
-    VARN_LOG_VERBOSE(kTag,
+    VARN_LOG_VERBOSE(kListenerTag,
                      "%s: RTT after Filter Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d "
                      "medianVal: %d",
                      "filterOutliers", static_cast<double>(mean), max, min, spread, stdev, median);
@@ -208,7 +207,7 @@ void VARNClientListenerImpl::filterOutliers(VARNFrameList& frames, float& mean, 
 void VARNClientListenerImpl::computeRttMetrics(wifi_rtt_result_v2* result,
                                                const VARNScanMeasurement* measurement,
                                                int32_t requested_bw) {
-    VARN_LOG_VERBOSE(kTag, "@computeRttMetrics()");
+    VARN_LOG_VERBOSE(kListenerTag, "@computeRttMetrics()");
 
     struct ChainStats {
         VARNFrameList frames;
@@ -226,7 +225,7 @@ void VARNClientListenerImpl::computeRttMetrics(wifi_rtt_result_v2* result,
         VARNMeasurementInfo* frame = frames[i];
         if (frame == nullptr) continue;
         if (chains[frame->rx_chain_index == 1 ? 1 : 0].frames.push_back(frame) != 0) {
-            fw::log_error(kTag, "%s: memory allocation error", "computeRttMetrics");
+            fw::log_error(kListenerTag, "%s: memory allocation error", "computeRttMetrics");
             return;
         }
     }
@@ -246,8 +245,8 @@ void VARNClientListenerImpl::computeRttMetrics(wifi_rtt_result_v2* result,
                              (chains[0].mean == 0.0f || chains[1].mean < chains[0].mean);
     const ChainStats& chosen = chains[use_chain_1 ? 1 : 0];
 
-    const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(measurement->bssid);
-    fw::log_debug(kTag,
+    const BssidDigits bssid = bssidDigits(measurement->bssid, false);
+    fw::log_debug(kListenerTag,
                   "%s: " VARN_BSSID_FMT
                   " RTT %s Final Mean:%.4f Max:%d Min:%d Spread:%d Stdev:%d median: %d",
                   "computeRttMetrics", VARN_BSSID_ARGS(bssid), use_chain_1 ? "Chain_1" : "Chain_0",

@@ -15,7 +15,6 @@
 
 #include "listener/listener_internal.h"
 
-using varn_listener::kWifiHalTag;
 namespace fw = vel_loc_fw;
 
 namespace {
@@ -81,7 +80,7 @@ void toWiFiScanResult(unsigned int count, wifi_scan_result* out,
         // The caller sized `out` for every record's elements.
         convertOne(record, meas[i], SIZE_MAX);
         if (verbose) {
-            const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(record->bssid);
+            const BssidDigits bssid = bssidDigits(record->bssid, false);
             VARN_LOG_VERBOSE(kWifiHalTag,
                              "%s: bssid(" VARN_BSSID_FMT
                              ") ssid(%s) channel(%u) rssi(%d) rssi_ts(%ld) rtt(%d) rtt_sd(%d)",
@@ -125,7 +124,7 @@ void toWiFiCachedScanResults(unsigned int max, wifi_cached_scan_results* out,
                     reinterpret_cast<unsigned char*>(record) + offsetof(wifi_scan_result, ie_data);
             convertOne(record, source->measurements[j], static_cast<size_t>(end - ie));
             if (varn_debug_level >= 5) {
-                const varn_listener::BssidDigits bssid = varn_listener::bssidDigits(record->bssid);
+                const BssidDigits bssid = bssidDigits(record->bssid, false);
                 VARN_LOG_VERBOSE(kWifiHalTag,
                                  "%s: scan_id(%d) flags(%d) num_results(%d) bssid(" VARN_BSSID_FMT
                                  ") ssid(%s) channel(%u) rssi(%d) rssi_ts(%ld) rtt(%d) "

@@ -15,7 +15,6 @@
 #include "listener/listener_internal.h"
 #include "wifihal/request_bookkeeping.h"
 
-using varn_listener::kTag;
 namespace fw = vel_loc_fw;
 
 namespace {
@@ -26,17 +25,17 @@ constexpr const char* kSigChangeAllocation = "@responseReceived(): memory alloca
 
 // Logs the raw ranging measurements at verbose level.
 void printVarnResponse(const vel_loc_fw::vector<VARNScanMeasurement*>& measurements) {
-    if (!fw::is_log_verbose_enabled(kTag)) return;
+    if (!fw::is_log_verbose_enabled(kListenerTag)) return;
     for (const VARNScanMeasurement* meas : measurements) {
-        VARN_LOG_VERBOSE(kTag, "Frequency = %d, Is Secure = %d, Node type = %d",
+        VARN_LOG_VERBOSE(kListenerTag, "Frequency = %d, Is Secure = %d, Node type = %d",
                          static_cast<int>(meas->frequency), meas->is_secure ? 1 : 0,
                          static_cast<int>(meas->node_type));
         for (const VARNMeasurementInfo* info : meas->measurements) {
-            VARN_LOG_VERBOSE(kTag,
+            VARN_LOG_VERBOSE(kListenerTag,
                              "RSSI = %d, RSSI_TIMESTAMP = %llu, RTT = %dps, RTT_TIMESTAMP = %llu",
                              info->rssi, static_cast<unsigned long long>(info->rssi_timestamp),
                              info->rtt_ps, static_cast<unsigned long long>(info->rtt_timestamp));
-            VARN_LOG_VERBOSE(kTag, "PREAMBLE = %d, BW = %d, MCS_IDX = %d, BIT_RATE = %d",
+            VARN_LOG_VERBOSE(kListenerTag, "PREAMBLE = %d, BW = %d, MCS_IDX = %d, BIT_RATE = %d",
                              info->tx_rate.preamble, info->tx_rate.bandwidth,
                              info->tx_rate.mcs_index, static_cast<int>(info->tx_rate.bit_rate));
         }
@@ -77,19 +76,20 @@ bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
                        uint32_t varn_req_id, int32_t* hal_id) {
     auto** pointers = static_cast<Result**>(malloc(count * sizeof(Result*)));
     if (pointers == nullptr && count != 0) {
-        fw::log_error(kTag, "%s", kDropAllocation);
+        fw::log_error(kListenerTag, "%s", kDropAllocation);
         dropRttResults(results, count);
         return false;
     }
     for (uint32_t i = 0; i < count; ++i) pointers[i] = element(&results[i]);
     *hal_id = find_hal_id(varn_req_id);
     if (noHalId(*hal_id)) {
-        fw::log_error(kTag, "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
+        fw::log_error(kListenerTag,
+                      "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
         dropRttResults(results, count);
         free(pointers);
         return false;
     }
-    VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
+    VARN_LOG_VERBOSE(kListenerTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
                      callbackAddress(callback));
     callback(*hal_id, count, pointers);
     FREE_RTT_RESULTS(results);
@@ -115,7 +115,7 @@ VARNClientListenerImpl::VARNClientListenerImpl(int stdev_multiplier)
     : stdev_multiplier_(stdev_multiplier) {}
 
 VARNClientListenerImpl::~VARNClientListenerImpl() {
-    VARN_LOG_VERBOSE(kTag, "~VARNClientListenerImpl");
+    VARN_LOG_VERBOSE(kListenerTag, "~VARNClientListenerImpl");
 }
 
 namespace {
@@ -133,7 +133,8 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
 
     wifi_rtt_event_handler handlers = {};
     if (getRttHandler(varn_req_id, &handlers) != 0) {
-        fw::log_error(kTag, "@responseReceived(): got a rsp but NULL handler...drop the rsp");
+        fw::log_error(kListenerTag,
+                      "@responseReceived(): got a rsp but NULL handler...drop the rsp");
         dropRttResults(results, count);
         return;
     }
@@ -150,7 +151,7 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
             return;
         }
     } else {
-        fw::log_error(kTag,
+        fw::log_error(kListenerTag,
                       "@responseReceived(): Rtt result callbacks are NULL, dropping the results");
         dropRttResults(results, count);
         hal_id = findRttHalReqId(varn_req_id);
@@ -165,14 +166,15 @@ void handleBgscanEvent(VARNScanEventResponse& rsp) {
     wifi_scan_result_handler handlers = {};
     getGscanEventHandler(hal_id, rsp.getRequestId(), &handlers);
     vel_loc_fw::vector<VARNScanMeasurement*>& measurements = rsp.getMeasurements();
-    VARN_LOG_VERBOSE(kTag, "@responseReceived(): clReqId(%d), numResults(%u)", hal_id,
+    VARN_LOG_VERBOSE(kListenerTag, "@responseReceived(): clReqId(%d), numResults(%u)", hal_id,
                      measurements.size());
 
     switch (rsp.getEventCode()) {
         case VARN_ON_SCAN_EVT:
-            VARN_LOG_VERBOSE(kTag, "@responseReceived(): calling VARN_ON_FULL_SCAN_RESULT_EVT cb");
+            VARN_LOG_VERBOSE(kListenerTag,
+                             "@responseReceived(): calling VARN_ON_FULL_SCAN_RESULT_EVT cb");
             if (handlers.on_scan_event == nullptr) {
-                fw::log_debug(kTag, "@responseReceived(): no scan event callback");
+                fw::log_debug(kListenerTag, "@responseReceived(): no scan event callback");
                 return;
             }
             handlers.on_scan_event(hal_id, toWifiScanEvent(rsp.getScanStatus()));
@@ -185,20 +187,21 @@ void handleBgscanEvent(VARNScanEventResponse& rsp) {
             auto* result = static_cast<wifi_scan_result*>(
                     calloc(1, sizeof(wifi_scan_result) + first->ie_data.size()));
             if (result == nullptr) {
-                fw::log_error(kTag, "%s", kDropAllocation);
+                fw::log_error(kListenerTag, "%s", kDropAllocation);
                 return;
             }
             toWiFiScanResult(1, result, measurements);
-            fw::log_debug(kTag, "@responseReceived(): calling VARN_ON_FULL_SCAN_RESULT_EVT cb");
+            fw::log_debug(kListenerTag,
+                          "@responseReceived(): calling VARN_ON_FULL_SCAN_RESULT_EVT cb");
             if (handlers.on_full_scan_result != nullptr) {
                 handlers.on_full_scan_result(hal_id, result, 0);
             } else {
-                fw::log_debug(kTag, "@responseReceived(): no full scan result callback");
+                fw::log_debug(kListenerTag, "@responseReceived(): no full scan result callback");
             }
             free(result);
             return;
         }
-        default: fw::log_debug(kTag, "@responseReceived(): not a bgscan event"); return;
+        default: fw::log_debug(kListenerTag, "@responseReceived(): not a bgscan event"); return;
     }
 }
 
@@ -220,24 +223,24 @@ void handleHotlistEvent(VARNScanEventResponse& rsp) {
     }
     auto* results = static_cast<wifi_scan_result*>(calloc(1, size == 0 ? 1 : size));
     if (results == nullptr) {
-        fw::log_error(kTag, "%s", kDropAllocation);
+        fw::log_error(kListenerTag, "%s", kDropAllocation);
         return;
     }
     toWiFiScanResult(count, results, measurements);
     switch (rsp.getEventCode()) {
         case VARN_AP_FOUND_EVT:
-            fw::log_debug(kTag, "@responseReceived(): calling VARN_AP_FOUND_EVT cb");
+            fw::log_debug(kListenerTag, "@responseReceived(): calling VARN_AP_FOUND_EVT cb");
             if (handlers.on_hotlist_ap_found != nullptr) {
                 handlers.on_hotlist_ap_found(hal_id, count, results);
             }
             break;
         case VARN_AP_LOST_EVT:
-            fw::log_debug(kTag, "@responseReceived(): calling VARN_AP_LOST_EVT cb");
+            fw::log_debug(kListenerTag, "@responseReceived(): calling VARN_AP_LOST_EVT cb");
             if (handlers.on_hotlist_ap_lost != nullptr) {
                 handlers.on_hotlist_ap_lost(hal_id, count, results);
             }
             break;
-        default: VARN_LOG_VERBOSE(kTag, "@responseReceived(): not a hotlist event"); break;
+        default: VARN_LOG_VERBOSE(kListenerTag, "@responseReceived(): not a hotlist event"); break;
     }
     free(results);
 }
@@ -252,7 +255,7 @@ void handleSignificantChange(VARNScanEventResponse& rsp) {
     auto** results = static_cast<wifi_significant_change_result**>(
             calloc(count == 0 ? 1 : count, sizeof(void*)));
     if (results == nullptr) {
-        fw::log_error(kTag, "%s", kSigChangeAllocation);
+        fw::log_error(kListenerTag, "%s", kSigChangeAllocation);
         return;
     }
     for (uint32_t i = 0; i < count; ++i) {
@@ -263,7 +266,7 @@ void handleSignificantChange(VARNScanEventResponse& rsp) {
         if (block == nullptr) {
             for (uint32_t k = 0; k < i; ++k) free(results[k]);
             free(results);
-            fw::log_error(kTag, "%s", kSigChangeAllocation);
+            fw::log_error(kListenerTag, "%s", kSigChangeAllocation);
             return;
         }
         for (int b = 0; b < 6; ++b) block->bssid[b] = meas->bssid[b];
@@ -272,7 +275,7 @@ void handleSignificantChange(VARNScanEventResponse& rsp) {
         for (uint32_t k = 0; k < samples; ++k) block->rssi[k] = meas->measurements[k]->rssi;
         results[i] = block;
     }
-    fw::log_debug(kTag, "@responseReceived(): calling VARN_SIGNIFICANT_CHANGE_EVT cb");
+    fw::log_debug(kListenerTag, "@responseReceived(): calling VARN_SIGNIFICANT_CHANGE_EVT cb");
     if (handlers.on_significant_change != nullptr) {
         handlers.on_significant_change(hal_id, count, results);
     }
@@ -284,10 +287,11 @@ void handleSignificantChange(VARNScanEventResponse& rsp) {
 
 void VARNClientListenerImpl::responseReceived(VARNResponse* rsp) {
     if (rsp == nullptr) {
-        fw::log_error(kTag, "%s: invalid response: NULL pointer received ", "responseReceived");
+        fw::log_error(kListenerTag, "%s: invalid response: NULL pointer received ",
+                      "responseReceived");
         return;
     }
-    VARN_LOG_VERBOSE(kTag, "%s: varnReqid(%u)", "responseReceived", rsp->getRequestId());
+    VARN_LOG_VERBOSE(kListenerTag, "%s: varnReqid(%u)", "responseReceived", rsp->getRequestId());
     switch (static_cast<int32_t>(rsp->getResponseType())) {
         case VARN_RSP_RANGING_SCAN:
             handleRangingResults(*this, *static_cast<VARNRangingScanResponse*>(rsp));

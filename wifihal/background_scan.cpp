@@ -82,14 +82,13 @@ enum class ApLine { kHotlist, kSignificantChange };
 
 // One AP of a hotlist or significant-change dump, BSSID masked.
 void printAp(ApLine line, const unsigned char* bssid, int low, int high) {
-    char d[kBssidDigits];
-    bssidDigits(bssid, d);
+    const BssidDigits d = bssidDigits(bssid, maskBssidInDumps());
     if (line == ApLine::kHotlist) {
-        log_debug(kWifiHalTag, " bssid(%c%c:%c%c:%c%c:%c%c:%c%c:%c%c) low(%d) high(%d)", d[0], d[1],
-                  d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11], low, high);
+        log_debug(kWifiHalTag, " bssid(" VARN_BSSID_FMT ") low(%d) high(%d)", VARN_BSSID_ARGS(d),
+                  low, high);
     } else {
-        log_debug(kWifiHalTag, " bssid(%c%c:%c%c:%c%c:%c%c:%c%c:%c%c), low(%d), high(%d)", d[0],
-                  d[1], d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11], low, high);
+        log_debug(kWifiHalTag, " bssid(" VARN_BSSID_FMT "), low(%d), high(%d)", VARN_BSSID_ARGS(d),
+                  low, high);
     }
 }
 

@@ -1,5 +1,6 @@
 // RTT ranging requests and their cancellation.
 #include <varn_wifihal.h>
+#include <varn_wifihal_results.h>
 
 #include <vel_loc_fw/log_util.h>
 
@@ -27,48 +28,10 @@ constexpr uint32_t kFtmBurstExpShift = 8;
 constexpr uint32_t kFtmBurstDurationShift = 12;
 constexpr uint32_t kFtmBurstPeriodShift = 16;
 
-const char* peerName(uint32_t peer) {
-    switch (peer) {
-        case RTT_PEER_AP: return "RTT_PEER_AP";
-        case RTT_PEER_STA: return "RTT_PEER_STA";
-        case RTT_PEER_P2P_GO: return "RTT_PEER_P2P_GO";
-        case RTT_PEER_P2P_CLIENT: return "RTT_PEER_P2P_CLIENT";
-        case RTT_PEER_NAN: return "RTT_PEER_NAN";
-        default: return "RTT_PEER_UNKNOWN";
-    }
-}
-
-const char* channelWidthName(int width) {
-    switch (width) {
-        case WIFI_CHAN_WIDTH_20: return "WIFI_CHAN_WIDTH_20";
-        case WIFI_CHAN_WIDTH_40: return "WIFI_CHAN_WIDTH_40";
-        case WIFI_CHAN_WIDTH_80: return "WIFI_CHAN_WIDTH_80";
-        case WIFI_CHAN_WIDTH_160: return "WIFI_CHAN_WIDTH_160";
-        case WIFI_CHAN_WIDTH_80P80: return "WIFI_CHAN_WIDTH_80P80";
-        case WIFI_CHAN_WIDTH_5: return "WIFI_CHAN_WIDTH_5";
-        case WIFI_CHAN_WIDTH_10: return "WIFI_CHAN_WIDTH_10";
-        case WIFI_CHAN_WIDTH_320: return "WIFI_CHAN_WIDTH_320";
-        default: return "WIFI_CHAN_WIDTH_INVALID";
-    }
-}
-
-const char* varnRttTypeName(eVARNRttType type) {
-    switch (type) {
-        case VARN_RTT_TYPE_1_SIDED: return "RTT_TYPE_1_SIDED";
-        case VARN_RTT_TYPE_2_SIDED: return "RTT_TYPE_2_SIDED";
-        default: return "RTT_TYPE_UNSPECIFIED";
-    }
-}
-
-const char* varnBandwidthName(eVARNBandwidth bw) {
-    switch (bw) {
-        case VARN_BW_20MHZ: return "BW_20MHZ";
-        case VARN_BW_40MHZ: return "BW_40MHZ";
-        case VARN_BW_80MHZ: return "BW_80MHZ";
-        case VARN_BW_160MHZ: return "BW_160MHZ";
-        default: return "BW_UNKNOWN";
-    }
-}
+// `rtt_peer_type` names by value. The exported WIFIHAL_PEER_STR names the
+// link-layer peer types, which are numbered differently.
+const char* const kRttPeerNames[] = {"RTT_PEER_UNKNOWN", "RTT_PEER_AP",         "RTT_PEER_STA",
+                                     "RTT_PEER_P2P_GO",  "RTT_PEER_P2P_CLIENT", "RTT_PEER_NAN"};
 
 void printWiFiHalRequest(wifi_request_id id, unsigned num, const wifi_rtt_config* configs) {
     log_debug(kWifiHalTag, "%s: Request_id: %u, numBssids : %u", __func__,
@@ -76,20 +39,17 @@ void printWiFiHalRequest(wifi_request_id id, unsigned num, const wifi_rtt_config
     if (!vel_loc_fw::is_log_verbose_enabled(kWifiHalTag)) return;
     for (unsigned i = 0; i < num; ++i) {
         const wifi_rtt_config& c = configs[i];
-        char d[kBssidDigits];
-        bssidDigits(c.addr, d);
-        log_verbose(kWifiHalTag,
-                    "%s: BSSID: %c%c:%c%c:%c%c:%c%c:%c%c:%c%c freq(%u) Center_freq (%u,%u) MHz",
-                    __func__, d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10],
-                    d[11], static_cast<unsigned>(c.channel.center_freq),
+        const BssidDigits d = bssidDigits(c.addr, maskBssidInDumps());
+        log_verbose(kWifiHalTag, "%s: BSSID: " VARN_BSSID_FMT " freq(%u) Center_freq (%u,%u) MHz",
+                    __func__, VARN_BSSID_ARGS(d), static_cast<unsigned>(c.channel.center_freq),
                     static_cast<unsigned>(c.channel.center_freq0),
                     static_cast<unsigned>(c.channel.center_freq1));
         log_verbose(kWifiHalTag,
                     "%s: RTT_type(0x%x) PEER_type(%s) BW(%s) Burst: num(%u), period(%u) 100ms, "
                     "duration(%u) frames/burst(%u)",
                     __func__, static_cast<unsigned>(halInt(c.type)),
-                    peerName(static_cast<uint32_t>(halInt(c.peer))),
-                    channelWidthName(halInt(c.channel.width)), c.num_burst, c.burst_period,
+                    nameIn(kRttPeerNames, halInt(c.peer), kRttPeerNames[0]),
+                    nameIn(WIFIHAL_BW, halInt(c.channel.width)), c.num_burst, c.burst_period,
                     c.burst_duration, c.num_frames_per_burst);
         log_verbose(kWifiHalTag,
                     "%s: retries_per_measurement_frame(%u), retries_per_ftmr(%u), LCI(%u), "
@@ -107,7 +67,8 @@ void printVarnRequest(uint32_t request_id, const vel_loc_fw::vector<VARNPeriodic
                   "%s: freq(%u)MHz, band_center_freq1(%u)MHz, band_center_freq2(%u)MHz, "
                   "rttType(%s), bwType(%s), pktsPerMeas(%u)",
                   __func__, n.frequency, n.center_freq0, n.center_freq1,
-                  varnRttTypeName(n.rtt_type), varnBandwidthName(n.bandwidth),
+                  nameIn(WIFIHAL_RTT_STR, n.rtt_type - 1, "RTT_TYPE_UNSPECIFIED"),
+                  nameIn(BW_STR, n.bandwidth, "BW_UNKNOWN"),
                   static_cast<unsigned>(n.packets_per_measurement));
         log_debug(kWifiHalTag,
                   "%s: periodic(%u), burstPeriod(%u) ms, numBursts(%u), numRetries(%u)", __func__,
@@ -365,10 +326,8 @@ wifi_error varn_wifihal_rtt_range_cancel(wifi_request_id id, wifi_interface_hand
     log_verbose(kWifiHalTag, "%s: bssids to cancel:", __func__);
     vel_loc_fw::vector<VARNMacAddress> bssids;
     for (unsigned i = 0; i < num_devices; ++i) {
-        char d[kBssidDigits];
-        bssidDigits(addr[i], d);
-        log_verbose(kWifiHalTag, "%s: %c%c:%c%c:%c%c:%c%c:%c%c:%c%c", __func__, d[0], d[1], d[2],
-                    d[3], d[4], d[5], d[6], d[7], d[8], d[9], d[10], d[11]);
+        const BssidDigits d = bssidDigits(addr[i], maskBssidInDumps());
+        log_verbose(kWifiHalTag, "%s: " VARN_BSSID_FMT, __func__, VARN_BSSID_ARGS(d));
         bssids.push_back(VARNMacAddress(addr[i]));
     }
 

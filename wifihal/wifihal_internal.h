@@ -11,23 +11,11 @@
 #include <varn_client/VARNClient.h>
 #include <varn_wifihal.h>
 
-// Log tag of the entry layer; also the library's version string.
-constexpr const char* kWifiHalTag = "VARN-WIFIHAL-" VARN_WIFIHAL_VERSION;
-
-// Tag of the HAL-to-client conversion helpers.
-constexpr const char* kWifiHalIfTag = "VARN_WIFIHAL_IF";
+#include "wifihal/wifi_log.h"
 
 // Dynamic capabilities of the latest background-scan capability query,
 // overwritten by each (see `varn_wifihal_get_gscan_capabilities`).
 extern VARNDynamicCapabilities g_dynamic_capabilities;
-
-// Number of characters of a BSSID printed as "%c%c:%c%c:%c%c:%c%c:%c%c:%c%c".
-constexpr size_t kBssidDigits = 12;
-
-// Fills `digits` with the twelve lower-case hexadecimal digits of `bssid`.
-// The fourth and fifth octets become '*' unless the platform debug level
-// (`varn_debug_level`) is at least 5, so that logs do not identify devices.
-void bssidDigits(const unsigned char* bssid, char (&digits)[kBssidDigits]);
 
 // True while no request can be sent: the interface is down, or a second init
 // while up dropped the client and left the flag set. Entry points that use
