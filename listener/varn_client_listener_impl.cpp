@@ -65,15 +65,14 @@ wifi_rtt_result_v2* v2Element(wifi_rtt_result_v2* element) { return element; }
 // A v2 element starts with its v1 record.
 wifi_rtt_result* v1Element(wifi_rtt_result_v2* element) { return &element->rtt_result; }
 
-// Hands `results` to the HAL through `callback` with an array of pointers to
-// its elements, then releases both. Returns false when the response was
-// dropped (no memory for the pointers, or no HAL request for `varn_req_id`);
-// the results are released then too. `*hal_id` is the id found.
+// Hands `results` to the HAL's request `hal_id` through `callback` with an
+// array of pointers to its elements, then releases both. Returns false when
+// the response was dropped (no memory for the pointers, or no usable HAL id);
+// the results are released then too.
 template <typename Result>
 bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
                        wifi_rtt_result_v2* results, uint32_t count,
-                       Result* (*element)(wifi_rtt_result_v2*), int32_t (*find_hal_id)(uint32_t),
-                       uint32_t varn_req_id, int32_t* hal_id) {
+                       Result* (*element)(wifi_rtt_result_v2*), int32_t hal_id) {
     auto** pointers = static_cast<Result**>(malloc(count * sizeof(Result*)));
     if (pointers == nullptr && count != 0) {
         fw::log_error(kListenerTag, "%s", kDropAllocation);
@@ -81,8 +80,7 @@ bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
         return false;
     }
     for (uint32_t i = 0; i < count; ++i) pointers[i] = element(&results[i]);
-    *hal_id = find_hal_id(varn_req_id);
-    if (noHalId(*hal_id)) {
+    if (noHalId(hal_id)) {
         fw::log_error(kListenerTag,
                       "@responseReceived(): no wifihal reqid for this rsp...drop the rsp");
         dropRttResults(results, count);
@@ -91,7 +89,7 @@ bool deliverRttResults(void (*callback)(wifi_request_id, unsigned, Result**),
     }
     VARN_LOG_VERBOSE(kListenerTag, "@responseReceived(): calling wifihal rtt results callback(%p)",
                      callbackAddress(callback));
-    callback(*hal_id, count, pointers);
+    callback(hal_id, count, pointers);
     FREE_RTT_RESULTS(results);
     free(pointers);
     return true;
@@ -132,29 +130,26 @@ void handleRangingResults(VARNClientListenerImpl& listener, VARNRangingScanRespo
     if (results == nullptr) return;  // logged by the conversion
 
     wifi_rtt_event_handler handlers = {};
-    if (getRttHandler(varn_req_id, &handlers) != 0) {
+    int32_t hal_id = -1;
+    if (!findRttRequest(varn_req_id, &hal_id, &handlers)) {
         fw::log_error(kListenerTag,
                       "@responseReceived(): got a rsp but NULL handler...drop the rsp");
         dropRttResults(results, count);
         return;
     }
 
-    int32_t hal_id = -1;
     if (handlers.on_rtt_results_v2 != nullptr) {
-        if (!deliverRttResults(handlers.on_rtt_results_v2, results, count, &v2Element,
-                               &findRttHalReqId, varn_req_id, &hal_id)) {
+        if (!deliverRttResults(handlers.on_rtt_results_v2, results, count, &v2Element, hal_id)) {
             return;
         }
     } else if (handlers.on_rtt_results != nullptr) {
-        if (!deliverRttResults(handlers.on_rtt_results, results, count, &v1Element,
-                               &getWiFiHalReqId, varn_req_id, &hal_id)) {
+        if (!deliverRttResults(handlers.on_rtt_results, results, count, &v1Element, hal_id)) {
             return;
         }
     } else {
         fw::log_error(kListenerTag,
                       "@responseReceived(): Rtt result callbacks are NULL, dropping the results");
         dropRttResults(results, count);
-        hal_id = findRttHalReqId(varn_req_id);
     }
     // Ranging requests are answered once: the request is retired now.
     deleteWiFiHalReq(static_cast<uint32_t>(hal_id));

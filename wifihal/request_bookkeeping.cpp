@@ -11,26 +11,48 @@
 
 #include "wifihal/wifihal_internal.h"
 
-uint32_t req_id = 0;
-wifi_rtt_capabilities* rttCachedCapabilities = nullptr;
-vel_loc_fw::List<RttRequestHandlerNode> rttRequestHandlers;
-vel_loc_fw::List<RspHandlerNode> rspHandlers;
-vel_loc_fw::vector<WiFiHalReqCacheEntry> g_req_cache;
+// Clang's thread-safety analysis (-Wthread-safety) checks that the tables
+// below are touched only under the bookkeeping lock.
+#if defined(__clang__)
+#define VARN_THREAD_ANNOTATION(x) __attribute__((x))
+#else
+#define VARN_THREAD_ANNOTATION(x)
+#endif
 
 namespace {
 
-// Guards everything above. Never held while calling into the client library
-// (not even its name tables) or a HAL callback; logging under it is fine,
-// since the log code never calls back into the bookkeeping.
-vel_loc_fw::MutexImpl g_bookkeeping_mutex("WifiHalBookkeeping", false);
-
-class BookkeepingLock {
+// Guards `req_id`, both handler lists, `g_req_cache` and the cached
+// capabilities. Never held while calling into the client library (not even
+// its name tables) or a HAL callback; logging under it is fine, since the log
+// code never calls back into the bookkeeping.
+class VARN_THREAD_ANNOTATION(capability("mutex")) BookkeepingMutex {
   public:
-    BookkeepingLock() : lock_(&g_bookkeeping_mutex, "WifiHalBookkeeping") {}
+    vel_loc_fw::MutexImpl mutex{"WifiHalBookkeeping", false};
+};
+BookkeepingMutex g_bookkeeping;
+
+class VARN_THREAD_ANNOTATION(scoped_lockable) BookkeepingLock {
+  public:
+    BookkeepingLock() VARN_THREAD_ANNOTATION(acquire_capability(g_bookkeeping))
+        : lock_(&g_bookkeeping.mutex, "WifiHalBookkeeping") {}
+    ~BookkeepingLock() VARN_THREAD_ANNOTATION(release_capability()) {}
 
   private:
     vel_loc_fw::AutoLock lock_;
 };
+
+}  // namespace
+
+uint32_t req_id VARN_THREAD_ANNOTATION(guarded_by(g_bookkeeping)) = 0;
+wifi_rtt_capabilities* rttCachedCapabilities VARN_THREAD_ANNOTATION(guarded_by(g_bookkeeping)) =
+        nullptr;
+vel_loc_fw::List<RttRequestHandlerNode> rttRequestHandlers
+        VARN_THREAD_ANNOTATION(guarded_by(g_bookkeeping));
+vel_loc_fw::List<RspHandlerNode> rspHandlers VARN_THREAD_ANNOTATION(guarded_by(g_bookkeeping));
+vel_loc_fw::vector<WiFiHalReqCacheEntry> g_req_cache
+        VARN_THREAD_ANNOTATION(guarded_by(g_bookkeeping));
+
+namespace {
 
 enum class RspLookup { kWithSize, kWithoutSize };
 
@@ -102,14 +124,24 @@ void resetReqId() {
     req_id = 0;
 }
 
-int32_t findRttHalReqId(uint32_t varnReqId) {
+bool findRttRequest(uint32_t varnReqId, int32_t* clReqId, wifi_rtt_event_handler* handler) {
+    BookkeepingLock lock;
+    const RttRequestHandlerNode* node = rttRequestHandlers.find(
+            [varnReqId](const RttRequestHandlerNode& n) { return n.varnReqId == varnReqId; });
+    if (node == nullptr) return false;
+    *clReqId = node->clReqId;
+    *handler = node->handler;
+    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", "getRttHandler",
+                            node->clReqId, varnReqId);
+    return true;
+}
+
+int32_t getWiFiHalReqId(uint32_t varnReqId) {
     BookkeepingLock lock;
     const RttRequestHandlerNode* node = rttRequestHandlers.find(
             [varnReqId](const RttRequestHandlerNode& n) { return n.varnReqId == varnReqId; });
     return node != nullptr ? node->clReqId : -1;
 }
-
-int32_t getWiFiHalReqId(uint32_t varnReqId) { return findRttHalReqId(varnReqId); }
 
 void deleteWiFiHalReq(uint32_t clReqId) {
     BookkeepingLock lock;
@@ -120,14 +152,8 @@ void deleteWiFiHalReq(uint32_t clReqId) {
 }
 
 int getRttHandler(uint32_t varnReqId, wifi_rtt_event_handler* handler) {
-    BookkeepingLock lock;
-    const RttRequestHandlerNode* node = rttRequestHandlers.find(
-            [varnReqId](const RttRequestHandlerNode& n) { return n.varnReqId == varnReqId; });
-    if (node == nullptr) return -1;
-    *handler = node->handler;
-    vel_loc_fw::log_verbose(kWifiHalTag, "%s: clReqId(%d), varnReqId(%u)", __func__, node->clReqId,
-                            varnReqId);
-    return 0;
+    int32_t clReqId = -1;
+    return findRttRequest(varnReqId, &clReqId, handler) ? 0 : -1;
 }
 
 void getGscanEventHandler(int& clReqId, uint32_t varnReqId, wifi_scan_result_handler* handler) {

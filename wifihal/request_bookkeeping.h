@@ -25,9 +25,12 @@ uint32_t nextReqId();
 // Sets `req_id` to 0, so that the next request carries 1.
 void resetReqId();
 
-// The HAL id of the newest `rttRequestHandlers` node whose client id is
-// `varnReqId`; -1 when there is none.
-int32_t findRttHalReqId(uint32_t varnReqId);
+// The listener's one look-up of a ranging response's request: copies the HAL
+// id and the callbacks of the newest `rttRequestHandlers` node whose client id
+// is `varnReqId`, both under one lock, and returns true; returns false and
+// leaves both outputs untouched when there is none. Logs the hit at verbose
+// level as `getRttHandler` does.
+bool findRttRequest(uint32_t varnReqId, int32_t* clReqId, wifi_rtt_event_handler* handler);
 
 // Records a ranging request's callbacks at the head of `rttRequestHandlers`.
 // Returns 0, or -1 when out of memory (logged).

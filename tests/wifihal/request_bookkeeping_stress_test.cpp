@@ -43,7 +43,6 @@ TEST_F(RequestBookkeepingStressTest, ConcurrentRequestsCancelsAndLookups) {
             const uint32_t id = nextReqId();
             wifi_rtt_event_handler handler{};
             getRttHandler(id, &handler);
-            findRttHalReqId(id - 1);
             getWiFiHalReqId(id);
             WiFiHalReqCacheEntry entry{};
             findRequestedBandwidth(VARNMacAddress(probe.addr), &entry);

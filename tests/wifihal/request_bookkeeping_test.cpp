@@ -49,7 +49,6 @@ TEST_F(RequestBookkeepingTest, RttLookupsFindTheNewestOfDuplicateIds) {
     ASSERT_EQ(0, addRttRequestHandler(8, 100, newer));
 
     EXPECT_EQ(8, getWiFiHalReqId(100));
-    EXPECT_EQ(8, findRttHalReqId(100));
     wifi_rtt_event_handler out{};
     EXPECT_EQ(0, getRttHandler(100, &out));
     EXPECT_EQ(newer.on_rtt_results_v2, out.on_rtt_results_v2);
