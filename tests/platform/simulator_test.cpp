@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "sim_test_helpers.h"
+#include "platform_test_support.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 
 #include "log_capture.h"
 #include "postcard/memory_stream_impl.h"
-#include "tests/postcard/postcard_test_helpers.h"
+#include "tests/postcard/postcard_test_support.h"
 
 namespace vel_loc_fw {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "log_capture.h"
 #include "postcard/postcard_impl.h"
-#include "tests/postcard/postcard_test_helpers.h"
+#include "tests/postcard/postcard_test_support.h"
 
 namespace vel_loc_fw {
 namespace {

@@ -8,7 +8,7 @@
 #include <vel_loc_fw/postcard.h>
 
 #include "log_capture.h"
-#include "tests/postcard/postcard_test_helpers.h"
+#include "tests/postcard/postcard_test_support.h"
 
 namespace vel_loc_fw {
 namespace {

@@ -4,7 +4,7 @@
 // The replacements forward to the throwing forms, so every allocation is still
 // made (and checked) by the sanitizer's or the standard library's allocator and
 // released by the matching delete.
-#include "tests/postcard/postcard_test_helpers.h"
+#include "tests/postcard/postcard_test_support.h"
 
 #include <atomic>
 #include <new>

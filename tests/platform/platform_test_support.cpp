@@ -1,4 +1,4 @@
-#include "sim_test_helpers.h"
+#include "platform_test_support.h"
 
 namespace varn_sim_test {
 
