@@ -4,28 +4,25 @@
 
 #include <atomic>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "platform_test_support.h"
+#include "stress_support.h"
 
 namespace {
 
 using varn_sim::Simulator;
 
-// Fails the test when called while `deleted` is set or from a thread that is
-// inside a client call.
 class GuardedListener : public VARNClientListener {
   public:
     void responseReceived(VARNResponse* response) override {
         if (deleted.load()) after_delete.fetch_add(1);
         if (in_call_thread == std::this_thread::get_id()) from_call.fetch_add(1);
         if (response->getResponseType() == VARN_RSP_RANGING_SCAN) ranging.fetch_add(1);
-        received.fetch_add(1);
     }
     std::atomic<bool> deleted{false};
-    std::atomic<int> after_delete{0}, from_call{0}, received{0}, ranging{0};
+    std::atomic<int> after_delete{0}, from_call{0}, ranging{0};
     thread_local static std::thread::id in_call_thread;
 };
 thread_local std::thread::id GuardedListener::in_call_thread;
@@ -40,33 +37,20 @@ TEST(ClientStress, ConcurrentRequestsAndDeletionKeepTheContract) {
         GuardedListener listener;
         VARNClient* client = VARNClient::createInstance(&listener, true, VARN_LOG_INFO);
         ASSERT_NE(client, nullptr);
-        VARNHotlistParams hotlist;
-        hotlist.num_bssid = 1;
-        hotlist.ap[0].bssid = aps[0].bssid;
-        hotlist.ap[0].low = -100;
-        VARNHotlistSetRequest set(1, hotlist);
-        delete client->processRequest(&set);
-
         std::atomic<uint32_t> next_id{100};
-        std::vector<std::thread> callers;
-        for (int t = 0; t < 3; ++t) {
-            callers.emplace_back([&, t] {
-                GuardedListener::in_call_thread = std::this_thread::get_id();
-                for (int i = 0; i < 15; ++i) {
-                    vel_loc_fw::vector<VARNPeriodicNodeInfo> nodes;
-                    nodes.push_back(varn_sim_test::nodeFor(aps[(t + i) % aps.size()], 4));
-                    VARNPeriodicRangingScanRequest request(next_id++, nodes, 0);
-                    EXPECT_EQ(client->sendRequest(&request), 0);
-                    if (i % 5 == 0) {
-                        VARNCapabilityRequest caps(next_id++);
-                        delete client->getCapabilities(&caps);
-                        sim.deliver(new VARNResponse(next_id++, VARN_RSP_INVALID,
-                                                     VARN_RSP_STATUS_SUCCESS));
-                    }
+        varn_test::runOnThreads(3, [&](int t) {
+            GuardedListener::in_call_thread = std::this_thread::get_id();
+            for (int i = 0; i < 15; ++i) {
+                vel_loc_fw::vector<VARNPeriodicNodeInfo> nodes;
+                nodes.push_back(varn_sim_test::nodeFor(aps[(t + i) % aps.size()], 4));
+                VARNPeriodicRangingScanRequest request(next_id++, nodes, 0);
+                EXPECT_EQ(client->sendRequest(&request), 0);
+                if (i % 5 == 0) {
+                    VARNCapabilityRequest caps(next_id++);
+                    delete client->getCapabilities(&caps);
                 }
-            });
-        }
-        for (auto& c : callers) c.join();
+            }
+        });
         if (round % 2 == 0) {
             ASSERT_TRUE(sim.waitUntilDelivered());
         }
