@@ -62,7 +62,9 @@ TEST(WorldModel, RttMeanAndSpreadFollowDistanceAndBandwidthPerChain) {
     const struct {
         eVARNBandwidth bw;
         double distance_m;
-    } cases[] = {{VARN_BW_20MHZ, 25.0}, {VARN_BW_40MHZ, 10.0}, {VARN_BW_80MHZ, 3.0},
+    } cases[] = {{VARN_BW_20MHZ, 25.0},
+                 {VARN_BW_40MHZ, 10.0},
+                 {VARN_BW_80MHZ, 3.0},
                  {VARN_BW_160MHZ, 42.0}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.bw);
