@@ -20,12 +20,23 @@
 // After the usual Google Benchmark table, main() prints one line per row,
 //   row|<path>|<measured>|<baseline>|<ratio>|<goal>|<met>|<spread>
 // which scripts/run_bench.sh gathers from every benchmark into one table.
+//
+// For instruction counts, VARN_BENCH_PROFILE_OPS=N makes every row run its
+// candidate and then its baseline N operations each, once and untimed, in the
+// functions profile_candidate() and profile_baseline(); their inclusive cost
+// divided by N is the cost per operation:
+//
+//   VARN_BENCH_PROFILE_OPS=2000 valgrind --tool=callgrind --callgrind-out-file=cg.out
+//       out/bench/bench/postcard_bench --benchmark_filter=Decode
+//   callgrind_annotate --inclusive=yes cg.out | grep profile_
 #pragma once
 
 #include <benchmark/benchmark.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <time.h>
+
+#include <stdlib.h>
 
 #include <algorithm>
 #include <cmath>
@@ -93,34 +104,60 @@ double time_round(Clock clock, Run& run, int64_t ops) {
     return (now_ns(clock) - start) / static_cast<double>(ops);
 }
 
-// Operations per round so that a round lasts about kRoundSeconds; the
-// calibration doubles as a warm-up.
+// Operations per round so that a round lasts about kRoundSeconds, and at
+// least `min_ops`; the calibration doubles as a warm-up.
 template <typename Run>
-int64_t calibrate(Clock clock, Run& run, double round_seconds) {
-    int64_t ops = 1;
+int64_t calibrate(Clock clock, Run& run, double round_seconds, int64_t min_ops) {
+    int64_t ops = min_ops;
     for (;;) {
         const double ns = time_round(clock, run, ops) * static_cast<double>(ops);
         if (ns >= round_seconds * 1e9 / 8 || ops >= (int64_t{1} << 30)) {
             const double per_op = std::max(ns / static_cast<double>(ops), 1e-3);
-            return std::max<int64_t>(1, static_cast<int64_t>(round_seconds * 1e9 / per_op));
+            return std::max<int64_t>(min_ops, static_cast<int64_t>(round_seconds * 1e9 / per_op));
         }
         ops *= 2;
     }
 }
 
+// Operations per side in the profiling mode (see the top of this file); 0
+// when it is off.
+inline int64_t profile_ops() {
+    const char* text = getenv("VARN_BENCH_PROFILE_OPS");
+    return text != nullptr ? std::max(0LL, atoll(text)) : 0;
+}
+
+template <typename Run>
+__attribute__((noinline)) void profile_candidate(Run& run, int64_t ops) {
+    run(ops);
+}
+
+template <typename Run>
+__attribute__((noinline)) void profile_baseline(Run& run, int64_t ops) {
+    run(ops);
+}
+
 // Measures one row; see the top of this file. `candidate(ops)` and
-// `baseline(ops)` each perform their operation `ops` times; a round lasts
-// about `round_seconds`.
+// `baseline(ops)` each perform their operation `ops` times (never fewer than
+// `min_ops` in a round); a round lasts about `round_seconds`.
 template <typename Candidate, typename Baseline>
 Row& ratio_row(benchmark::State& state, const std::string& path, Goal goal, Clock clock,
-               Candidate candidate, Baseline baseline, double round_seconds = kRoundSeconds) {
+               Candidate candidate, Baseline baseline, double round_seconds = kRoundSeconds,
+               int64_t min_ops = 1) {
     Row row;
     row.path = path;
     row.goal = goal;
     std::vector<double> ratios, measured, base;
+    if (const int64_t ops = profile_ops()) {
+        for (auto _ : state) {
+            profile_candidate(candidate, ops);
+            profile_baseline(baseline, ops);
+        }
+        rows().push_back(row);
+        return rows().back();
+    }
     for (auto _ : state) {
-        const int64_t candidate_ops = calibrate(clock, candidate, round_seconds);
-        const int64_t baseline_ops = calibrate(clock, baseline, round_seconds);
+        const int64_t candidate_ops = calibrate(clock, candidate, round_seconds, min_ops);
+        const int64_t baseline_ops = calibrate(clock, baseline, round_seconds, min_ops);
         for (int pair = 0; pair < kMaxPairs; ++pair) {
             double c = 0.0;
             double b = 0.0;
