@@ -10,6 +10,11 @@
 
 namespace varn_listener {
 
+// 10^(rssi / 20), the amplitude of a level in half-dB units: the value of
+// pow(10.0, rssi / 20.0), bit for bit, taken from a table for the levels
+// ranging frames carry and from pow for the others.
+double rssiAmplitude(int32_t rssi);
+
 // A short array of trivially copyable values that lives on the stack while it
 // holds at most `N` elements and moves to the heap beyond that. Ranging
 // bursts have at most 31 frames per chain, so the per-peer statistics

@@ -35,6 +35,40 @@ int psToMm(wifi_timespan ps) {
     return static_cast<int>(product);
 }
 
+}  // namespace
+
+namespace varn_listener {
+
+namespace {
+
+// pow costs as much as the rest of a frame's conversion; the table holds
+// pow's own results, so every level gives the same bits as before. Filled
+// while the library loads, before any response can arrive.
+constexpr int32_t kLowestTabledRssi = -1024;
+constexpr int32_t kHighestTabledRssi = 255;
+
+struct AmplitudeTable {
+    double amplitude[kHighestTabledRssi - kLowestTabledRssi + 1];
+    AmplitudeTable() {
+        for (int32_t r = kLowestTabledRssi; r <= kHighestTabledRssi; ++r) {
+            amplitude[r - kLowestTabledRssi] = pow(10.0, r / 20.0);
+        }
+    }
+};
+
+const AmplitudeTable kAmplitudes;
+
+}  // namespace
+
+double rssiAmplitude(int32_t rssi) {
+    if (rssi < kLowestTabledRssi || rssi > kHighestTabledRssi) return pow(10.0, rssi / 20.0);
+    return kAmplitudes.amplitude[rssi - kLowestTabledRssi];
+}
+
+}  // namespace varn_listener
+
+namespace {
+
 // Heap copy of a peer's information element as a `wifi_information_element`;
 // null when absent or empty, or when out of memory (logged).
 wifi_information_element* copyElement(const VARNInformationElement& element, const char* name) {
@@ -132,7 +166,7 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
             VARN_LOG_VERBOSE(kListenerTag, "@computeRssiMetrics(): rssi[%d] = %d",
                              static_cast<int>(k), rssi);
         }
-        amplitude_sum += pow(10.0, rssi / 20.0);
+        amplitude_sum += varn_listener::rssiAmplitude(rssi);
         if (rssi > rssi_max) {
             rssi_max = rssi;
         } else if (rssi < rssi_min) {
@@ -145,7 +179,7 @@ void VARNClientListenerImpl::computeRssiMetrics(wifi_rtt_result_v2* result,
         // the same level taken relative to the strongest frame, which is finite.
         double relative_sum = 0.0;
         for (uint32_t k = 0; k < n; ++k) {
-            relative_sum += pow(10.0, (frames[k]->rssi - rssi_max) / 20.0);
+            relative_sum += varn_listener::rssiAmplitude(frames[k]->rssi - rssi_max);
         }
         level = rssi_max / 2.0 + 10.0 * log10(relative_sum / n);
     }

@@ -48,6 +48,7 @@ float VARNClientListenerImpl::getRTTWeightedFactor(uint8_t tx_preamble, uint8_t 
 void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mean) {
     fw::log_info(kListenerTag, "%s: Weighted mean %s", "computeMean",
                  g_weighted_mean != 0 ? "Enabled" : "Disabled");
+    const bool debug = fw::is_log_level_enabled(kListenerTag, fw::EL_DEBUG);
     float sum = 0.0f;
     float count = 0.0f;
     for (uint32_t i = 0; i < frames.size(); ++i) {
@@ -57,9 +58,11 @@ void VARNClientListenerImpl::computeMean(const VARNFrameList& frames, float& mea
                         ? getRTTWeightedFactor(frame->tx_rate.preamble, frame->rx_rate.preamble,
                                                frame->tx_rate.bandwidth, frame->rx_rate.bandwidth)
                         : 1.0f;
-        VARN_LOG_DEBUG(kListenerTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
-                       "computeMean", frame->tx_chain_index, frame->rx_chain_index, frame->rtt_ps,
-                       static_cast<double>(factor));
+        if (debug) {
+            fw::log_debug(kListenerTag, "%s: TX chain: %d RX: chain: %d rtt_ps: %d, factor: %.4f",
+                          "computeMean", frame->tx_chain_index, frame->rx_chain_index,
+                          frame->rtt_ps, static_cast<double>(factor));
+        }
         const float weighted = factor * static_cast<float>(frame->rtt_ps);
         sum += weighted;
         count += factor;
