@@ -9,6 +9,8 @@
 #include <atomic>
 #include <new>
 
+#include <gtest/gtest.h>
+
 namespace {
 
 // -1 disarmed; otherwise the number of non-throwing allocations that still
@@ -65,10 +67,37 @@ bool NothrowAllocationFailure::triggered() const {
     return g_triggered.load();
 }
 
-std::vector<uint8_t> stream_bytes(const vel_loc_fw::MemoryStreamBase* stream) {
+Bytes stream_bytes(const vel_loc_fw::MemoryStreamBase* stream) {
     const uint8_t* bytes = static_cast<const uint8_t*>(stream->getBuffer());
     if (bytes == nullptr) return {};
-    return std::vector<uint8_t>(bytes, bytes + stream->getSize());
+    return Bytes(bytes, bytes + stream->getSize());
+}
+
+Bytes le(uint64_t value, int width) {
+    Bytes out;
+    for (int i = 0; i < width; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return out;
+}
+
+Bytes operator+(Bytes left, const Bytes& right) {
+    left.insert(left.end(), right.begin(), right.end());
+    return left;
+}
+
+Bytes record(uint16_t type, const std::string& name, const Bytes& value) {
+    return le(type, 2) + le(name.size() + 1, 2) + Bytes(name.begin(), name.end()) + Bytes{0} +
+           value;
+}
+
+Bytes postcard_of(const Bytes& fields, int64_t body_length) {
+    const uint64_t body = body_length >= 0 ? static_cast<uint64_t>(body_length) : fields.size() + 1;
+    return le(body, 4) + fields + Bytes{0};
+}
+
+std::unique_ptr<vel_loc_fw::OutPostcard> started() {
+    std::unique_ptr<vel_loc_fw::OutPostcard> card(vel_loc_fw::OutPostcard::createInstance());
+    EXPECT_EQ(0, card->init());
+    return card;
 }
 
 }  // namespace varn_test

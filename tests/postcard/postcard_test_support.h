@@ -3,10 +3,13 @@
 
 #include <stdint.h>
 
+#include <memory>
+#include <string>
 #include <vector>
 
 #include <vel_loc_fw/log_util.h>
 #include <vel_loc_fw/memory_stream.h>
+#include <vel_loc_fw/postcard.h>
 
 namespace varn_test {
 
@@ -33,7 +36,18 @@ class VerboseLogScope {
     VerboseLogScope& operator=(const VerboseLogScope&) = delete;
 };
 
+using Bytes = std::vector<uint8_t>;
+
 // The valid bytes of a stream.
-std::vector<uint8_t> stream_bytes(const vel_loc_fw::MemoryStreamBase* stream);
+Bytes stream_bytes(const vel_loc_fw::MemoryStreamBase* stream);
+// The low `width` bytes of `value`, little-endian.
+Bytes le(uint64_t value, int width);
+Bytes operator+(Bytes left, const Bytes& right);
+// One field record: type, name length, name with its NUL, then `value`.
+Bytes record(uint16_t type, const std::string& name, const Bytes& value = {});
+// A postcard around `fields`: body length (the right one unless given), fields, end byte.
+Bytes postcard_of(const Bytes& fields, int64_t body_length = -1);
+// A writer ready for adds.
+std::unique_ptr<vel_loc_fw::OutPostcard> started();
 
 }  // namespace varn_test
