@@ -2,10 +2,9 @@
 
 #include <stdint.h>
 
-#include <functional>
 #include <memory>
 #include <string>
-#include <vector>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -16,33 +15,11 @@
 namespace vel_loc_fw {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-using AddFn = std::function<int(OutPostcard*)>;
-
-// One field record: type, name length, name with NUL, value.
-Bytes record(uint16_t type, const std::string& name, const Bytes& value) {
-    Bytes out;
-    out.reserve(4 + name.size() + 1 + value.size());
-    for (uint8_t b : {static_cast<uint8_t>(type), static_cast<uint8_t>(type >> 8),
-                      static_cast<uint8_t>(name.size() + 1), uint8_t{0}}) {
-        out.push_back(b);
-    }
-    for (char c : name) out.push_back(static_cast<uint8_t>(c));
-    out.push_back(0);
-    for (uint8_t b : value) out.push_back(b);
-    return out;
-}
-
-Bytes operator+(Bytes left, const Bytes& right) {
-    left.insert(left.end(), right.begin(), right.end());
-    return left;
-}
-
-std::unique_ptr<OutPostcard> started() {
-    std::unique_ptr<OutPostcard> card(OutPostcard::createInstance());
-    EXPECT_EQ(0, card->init());
-    return card;
-}
+using varn_test::Bytes;
+using varn_test::le;
+using varn_test::record;
+using varn_test::started;
+using varn_test::operator+;
 
 std::unique_ptr<OutPostcard> finished_empty() {
     std::unique_ptr<OutPostcard> card = started();
@@ -50,155 +27,180 @@ std::unique_ptr<OutPostcard> finished_empty() {
     return card;
 }
 
-struct EncodingCase {
-    const char* label;
-    AddFn add;
-    Bytes fields;  // everything between the length word and the end byte
-};
+// Every type in one postcard: the exact bytes written, then each value read
+// back by its getter (and its optional getter), and a miss of each array getter.
+TEST(PostcardRoundTripTest, EveryTypeEncodesAndReadsBack) {
+    std::unique_ptr<OutPostcard> out = started();
+    int marker = 0;
+    void* const ptr = reinterpret_cast<void*>(0x1122334455667788ULL);
+    const double ad[] = {1.5, -2.5};
+    const float af[] = {0.25f};
+    const long long a64[] = {-1, 1LL << 40};
+    const unsigned long long au64[] = {~0ULL};
+    const int a32[] = {-7, 7, 0};
+    const unsigned int au32[] = {4000000000U};
+    const short a16[] = {-3, 3};
+    const unsigned short au16[] = {65535};
+    const char a8[] = {'a', 'z'};
+    const unsigned char au8[] = {0, 255};
+    const bool ab[] = {true, false, true};
+    void* const ap[] = {&marker, nullptr};
+    const uint8_t blob[] = {0, 1, 2, 0};
+    const long long i64 = static_cast<long long>(0x8877665544332211ULL);
+    const int i32 = static_cast<int>(0x84838281U);
+    const short i16 = static_cast<short>(0x8281);
+    ASSERT_EQ(0, out->addDouble("d", 1.5) + out->addFloat("f", -1.5f) + out->addInt64("i64", i64) +
+                         out->addUInt64("u64", 0xF8F7F6F5F4F3F2F1ULL) + out->addInt32("i32", i32) +
+                         out->addUInt32("u32", 0xC4C3C2C1U) + out->addInt16("i16", i16) +
+                         out->addUInt16("u16", 0xC2C1) + out->addInt8("i8", 'q') +
+                         out->addUInt8("u8", 250) + out->addBool("b", true) + out->addPtr("p", ptr) +
+                         out->addString("s", "hi") + out->addBlob("blob", blob, sizeof(blob)) +
+                         out->addCard("c", finished_empty().get()));
+    ASSERT_EQ(0, out->addArrayDouble("ad", 2, ad) + out->addArrayFloat("af", 1, af) +
+                         out->addArrayInt64("a64", 2, a64) + out->addArrayUInt64("au64", 1, au64) +
+                         out->addArrayInt32("a32", 3, a32) + out->addArrayUInt32("au32", 1, au32) +
+                         out->addArrayInt16("a16", 2, a16) + out->addArrayUInt16("au16", 1, au16) +
+                         out->addArrayInt8("a8", 2, a8) + out->addArrayUInt8("au8", 2, au8) +
+                         out->addArrayBool("ab", 3, ab) + out->addArrayPtr("ap", 2, ap));
+    ASSERT_EQ(0, out->finalize());
+    const Bytes fields =
+            record(21, "d", le(0x3FF8000000000000, 8)) + record(22, "f", le(0xBFC00000, 4)) +
+            record(10, "i64", le(0x8877665544332211, 8)) +
+            record(11, "u64", le(0xF8F7F6F5F4F3F2F1, 8)) + record(12, "i32", le(0x84838281, 4)) +
+            record(13, "u32", le(0xC4C3C2C1, 4)) + record(14, "i16", le(0x8281, 2)) +
+            record(15, "u16", le(0xC2C1, 2)) + record(16, "i8", {'q'}) + record(17, "u8", {250}) +
+            record(18, "b", {1}) + record(10, "p", le(0x1122334455667788, 8)) +
+            record(19, "s", le(3, 4) + Bytes{'h', 'i', 0}) +
+            record(20, "blob", le(4, 4) + Bytes{0, 1, 2, 0}) +
+            record(1, "c", {1, 0, 0, 0, 0}) +  // the nested postcard, no length word of its own
+            record(39, "ad", le(16, 4) + le(0x3FF8000000000000, 8) + le(0xC004000000000000, 8)) +
+            record(40, "af", le(4, 4) + le(0x3E800000, 4)) +
+            record(30, "a64", le(16, 4) + le(~0ULL, 8) + le(1ULL << 40, 8)) +
+            record(31, "au64", le(8, 4) + le(~0ULL, 8)) +
+            record(32, "a32", le(12, 4) + le(-7, 4) + le(7, 4) + le(0, 4)) +
+            record(33, "au32", le(4, 4) + le(4000000000U, 4)) +
+            record(34, "a16", le(4, 4) + le(-3, 2) + le(3, 2)) +  // byte length, not count
+            record(35, "au16", le(2, 4) + le(65535, 2)) +
+            record(36, "a8", le(2, 4) + Bytes{'a', 'z'}) + record(37, "au8", le(2, 4) + Bytes{0, 255}) +
+            record(38, "ab", le(3, 4) + Bytes{1, 0, 1}) +
+            record(30, "ap", le(16, 4) + le(reinterpret_cast<uintptr_t>(&marker), 8) + le(0, 8));
+    EXPECT_EQ(varn_test::postcard_of(fields), varn_test::stream_bytes(out->getEncodedBuffer()));
+    EXPECT_EQ(out->getEncodedBuffer(), out->getInternalBuffer());
 
-class PostcardEncodingTest : public testing::TestWithParam<EncodingCase> {};
+    std::unique_ptr<InPostcard> in(InPostcard::createInstance(out.get()));
+    ASSERT_NE(nullptr, in);
+    auto expect_value = [&](auto getter, auto optional, const char* name, auto expected) {
+        decltype(expected) value{};
+        EXPECT_EQ(0, ((*in).*getter)(name, value)) << name;
+        EXPECT_EQ(expected, value) << name;
+        if constexpr (!std::is_same_v<decltype(optional), std::nullptr_t>) {
+            value = {};
+            EXPECT_EQ(0, ((*in).*optional)(name, value)) << name;
+            EXPECT_EQ(0, ((*in).*optional)("missing", value)) << name;
+            EXPECT_EQ(expected, value) << name;  // untouched by the miss
+            EXPECT_EQ(2, ((*in).*optional)(nullptr, value)) << name;  // errors pass through
+        }
+    };
+    expect_value(&InPostcard::getDouble, &InPostcard::getDoubleOptional, "d", 1.5);
+    expect_value(&InPostcard::getFloat, &InPostcard::getFloatOptional, "f", -1.5f);
+    expect_value(&InPostcard::getInt64, &InPostcard::getInt64Optional, "i64", i64);
+    expect_value(&InPostcard::getUInt64, &InPostcard::getUInt64Optional, "u64", 0xF8F7F6F5F4F3F2F1ULL);
+    expect_value(&InPostcard::getInt32, &InPostcard::getInt32Optional, "i32", i32);
+    expect_value(&InPostcard::getUInt32, &InPostcard::getUInt32Optional, "u32", 0xC4C3C2C1U);
+    expect_value(&InPostcard::getInt16, &InPostcard::getInt16Optional, "i16", i16);
+    expect_value(&InPostcard::getUInt16, &InPostcard::getUInt16Optional, "u16",
+                 static_cast<unsigned short>(0xC2C1));
+    expect_value(&InPostcard::getInt8, &InPostcard::getInt8Optional, "i8", 'q');
+    expect_value(&InPostcard::getUInt8, &InPostcard::getUInt8Optional, "u8",
+                 static_cast<unsigned char>(250));
+    expect_value(&InPostcard::getBool, &InPostcard::getBoolOptional, "b", true);
+    expect_value(&InPostcard::getPtr, nullptr, "p", ptr);
+    // Pointers travel as plain 64-bit integers.
+    expect_value(&InPostcard::getInt64, nullptr, "p", 0x1122334455667788LL);
+    const char* s = nullptr;
+    EXPECT_EQ(0, in->getString("s", &s));
+    EXPECT_STREQ("hi", s);
+    const char* kept = "kept";
+    EXPECT_EQ(0, in->getStringOptional("missing", &kept));
+    EXPECT_STREQ("kept", kept);
+    EXPECT_EQ(0, in->getStringOptional("s", &kept));
+    EXPECT_EQ(s, kept);
+    const char* dup = nullptr;
+    EXPECT_EQ(0, in->getStringDup("s", &dup));
+    EXPECT_STREQ("hi", dup);
+    EXPECT_NE(s, dup);
+    delete[] dup;
+    const void* data = nullptr;
+    size_t length = 0;
+    EXPECT_EQ(0, in->getBlob("blob", &data, &length));
+    EXPECT_EQ(Bytes(blob, blob + sizeof(blob)),
+              Bytes(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + length));
 
-TEST_P(PostcardEncodingTest, WritesExactBytes) {
-    std::unique_ptr<OutPostcard> card = started();
-    if (GetParam().add) {
-        ASSERT_EQ(0, GetParam().add(card.get()));
-    }
-    ASSERT_EQ(0, card->finalize());
-    const Bytes& fields = GetParam().fields;
-    const uint32_t body = static_cast<uint32_t>(fields.size() + 1);
-    Bytes expected = {static_cast<uint8_t>(body), static_cast<uint8_t>(body >> 8), 0, 0};
-    expected.insert(expected.end(), fields.begin(), fields.end());
-    expected.push_back(0);
-    EXPECT_EQ(expected, varn_test::stream_bytes(card->getEncodedBuffer()));
-    EXPECT_EQ(card->getEncodedBuffer(), card->getInternalBuffer());
+    auto expect_array = [&](auto getter, const char* name, const auto* expected, int n) {
+        using T = std::remove_const_t<std::remove_pointer_t<decltype(expected)>>;
+        std::unique_ptr<T[]> values(new T[n]);
+        int count = n;
+        EXPECT_EQ(0, ((*in).*getter)(name, &count, values.get())) << name;
+        EXPECT_EQ(n, count) << name;
+        for (int i = 0; i < n && i < count; ++i) EXPECT_EQ(expected[i], values[i]) << name;
+        EXPECT_EQ(4, ((*in).*getter)("missing", &count, nullptr)) << name;
+    };
+    expect_array(&InPostcard::getArrayDouble, "ad", ad, 2);
+    expect_array(&InPostcard::getArrayFloat, "af", af, 1);
+    expect_array(&InPostcard::getArrayInt64, "a64", a64, 2);
+    expect_array(&InPostcard::getArrayUInt64, "au64", au64, 1);
+    expect_array(&InPostcard::getArrayInt32, "a32", a32, 3);
+    expect_array(&InPostcard::getArrayUInt32, "au32", au32, 1);
+    expect_array(&InPostcard::getArrayInt16, "a16", a16, 2);
+    expect_array(&InPostcard::getArrayUInt16, "au16", au16, 1);
+    expect_array(&InPostcard::getArrayInt8, "a8", a8, 2);
+    expect_array(&InPostcard::getArrayUInt8, "au8", au8, 2);
+    expect_array(&InPostcard::getArrayBool, "ab", ab, 3);
+    expect_array(&InPostcard::getArrayPtr, "ap", ap, 2);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-        Records, PostcardEncodingTest,
-        testing::Values(
-                EncodingCase{"empty", nullptr, {}},
-                EncodingCase{"int32", [](OutPostcard* c) { return c->addInt32("A", 7); },
-                             {0x0C, 0, 2, 0, 'A', 0, 7, 0, 0, 0}},
-                EncodingCase{"string", [](OutPostcard* c) { return c->addString("S", "hi"); },
-                             {0x13, 0, 2, 0, 'S', 0, 3, 0, 0, 0, 'h', 'i', 0}},
-                EncodingCase{"array_int16",
-                             [](OutPostcard* c) {
-                                 const short v[] = {1, 2};
-                                 return c->addArrayInt16("V", 2, v);
-                             },
-                             {0x22, 0, 2, 0, 'V', 0, 4, 0, 0, 0, 1, 0, 2, 0}},
-                EncodingCase{"card",
-                             [](OutPostcard* c) {
-                                 return c->addCard("C", finished_empty().get());
-                             },
-                             {0x01, 0, 2, 0, 'C', 0, 1, 0, 0, 0, 0}},
-                EncodingCase{"bool", [](OutPostcard* c) { return c->addBool("B", true); },
-                             record(18, "B", {1})},
-                EncodingCase{"ptr",
-                             [](OutPostcard* c) {
-                                 return c->addPtr("P", reinterpret_cast<void*>(
-                                                               0x1122334455667788ULL));
-                             },
-                             record(10, "P", {0x88, 0x77, 0x66, 0x55, 0x44, 0x33, 0x22, 0x11})},
-                EncodingCase{"double", [](OutPostcard* c) { return c->addDouble("D", 1.0); },
-                             record(21, "D", {0, 0, 0, 0, 0, 0, 0xF0, 0x3F})},
-                EncodingCase{"float", [](OutPostcard* c) { return c->addFloat("F", 1.0f); },
-                             record(22, "F", {0, 0, 0x80, 0x3F})},
-                EncodingCase{"int64", [](OutPostcard* c) { return c->addInt64("L", -2); },
-                             record(10, "L", Bytes(1, 0xFE) + Bytes(7, 0xFF))},
-                EncodingCase{"uint64", [](OutPostcard* c) { return c->addUInt64("U", 3); },
-                             record(11, "U", {3, 0, 0, 0, 0, 0, 0, 0})},
-                EncodingCase{"uint32", [](OutPostcard* c) { return c->addUInt32("U", 3); },
-                             record(13, "U", {3, 0, 0, 0})},
-                EncodingCase{"int16", [](OutPostcard* c) { return c->addInt16("H", -1); },
-                             record(14, "H", {0xFF, 0xFF})},
-                EncodingCase{"uint16", [](OutPostcard* c) { return c->addUInt16("H", 258); },
-                             record(15, "H", {2, 1})},
-                EncodingCase{"int8", [](OutPostcard* c) { return c->addInt8("C", 'x'); },
-                             record(16, "C", {'x'})},
-                EncodingCase{"uint8", [](OutPostcard* c) { return c->addUInt8("C", 200); },
-                             record(17, "C", {200})},
-                EncodingCase{"blob",
-                             [](OutPostcard* c) {
-                                 const uint8_t b[] = {9, 8};
-                                 return c->addBlob("X", b, sizeof(b));
-                             },
-                             record(20, "X", {2, 0, 0, 0, 9, 8})},
-                EncodingCase{"array_ptr",
-                             [](OutPostcard* c) {
-                                 void* const v[] = {reinterpret_cast<void*>(1)};
-                                 return c->addArrayPtr("P", 1, v);
-                             },
-                             record(30, "P", {8, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0})},
-                EncodingCase{"array_bool",
-                             [](OutPostcard* c) {
-                                 const bool v[] = {true, false, true};
-                                 return c->addArrayBool("B", 3, v);
-                             },
-                             record(38, "B", {3, 0, 0, 0, 1, 0, 1})},
-                EncodingCase{"repeated_name_kept_in_order",
-                             [](OutPostcard* c) {
-                                 return c->addUInt8("X", 1) + c->addUInt8("X", 2);
-                             },
-                             record(17, "X", {1}) + record(17, "X", {2})}),
-        [](const testing::TestParamInfo<EncodingCase>& info) { return info.param.label; });
 
 // Every add kind refuses the same states and names, but the wrappers of
 // addBlobWithType() report through their own codes.
-struct CheckCase {
-    const char* label;
-    std::function<int(OutPostcard*, const char*)> add;
-    int not_started, null_name, empty_name, long_name;
-};
-
-class PostcardAddChecksTest : public testing::TestWithParam<CheckCase> {};
-
-TEST_P(PostcardAddChecksTest, RefusesStateAndNames) {
-    const CheckCase& c = GetParam();
-    std::unique_ptr<OutPostcard> fresh(OutPostcard::createInstance());
-    EXPECT_EQ(c.not_started, c.add(fresh.get(), "N"));
-    std::unique_ptr<OutPostcard> card = started();
-    EXPECT_EQ(c.null_name, c.add(card.get(), nullptr));
-    EXPECT_EQ(c.empty_name, c.add(card.get(), ""));
-    EXPECT_EQ(c.long_name, c.add(card.get(), std::string(256, 'n').c_str()));
-    EXPECT_EQ(0, c.add(card.get(), std::string(255, 'n').c_str()));
-    // The 255-character name is stored with the length word 256.
-    const Bytes bytes = varn_test::stream_bytes(card->getEncodedBuffer());
-    ASSERT_GE(bytes.size(), 8u);
-    EXPECT_EQ(0, bytes[6]);
-    EXPECT_EQ(1, bytes[7]);
-    ASSERT_EQ(0, card->finalize());
-    EXPECT_EQ(c.not_started, c.add(card.get(), "N"));  // no adds after finalize
+TEST(PostcardWriterTest, AddsRefuseStateAndNames) {
+    const struct {
+        const char* label;
+        int (*add)(OutPostcard*, const char*);
+        int not_started, null_name, empty_name, long_name;
+    } cases[] = {
+            {"simple", [](OutPostcard* p, const char* n) { return p->addInt32(n, 1); }, 2, 3, 4, 5},
+            {"blob", [](OutPostcard* p, const char* n) { return p->addBlob(n, "b", 1); }, 2, 3, 4, 5},
+            {"array",
+             [](OutPostcard* p, const char* n) {
+                 const float v = 1.0f;
+                 return p->addArrayFloat(n, 1, &v);
+             },
+             2, 3, 4, 5},
+            {"string", [](OutPostcard* p, const char* n) { return p->addString(n, "s"); }, 4, 2, 4, 4},
+            {"card", [](OutPostcard* p, const char* n) { return p->addCard(n, finished_empty().get()); },
+             5, 2, 5, 5},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        std::unique_ptr<OutPostcard> fresh(OutPostcard::createInstance());
+        EXPECT_EQ(c.not_started, c.add(fresh.get(), "N"));
+        std::unique_ptr<OutPostcard> card = started();
+        EXPECT_EQ(c.null_name, c.add(card.get(), nullptr));
+        EXPECT_EQ(c.empty_name, c.add(card.get(), ""));
+        EXPECT_EQ(c.long_name, c.add(card.get(), std::string(256, 'n').c_str()));
+        EXPECT_EQ(0, c.add(card.get(), std::string(255, 'n').c_str()));
+        const Bytes bytes = varn_test::stream_bytes(card->getEncodedBuffer());
+        ASSERT_GE(bytes.size(), 8u);
+        EXPECT_EQ(le(256, 2), Bytes(bytes.begin() + 6, bytes.begin() + 8));  // name length word
+        ASSERT_EQ(0, card->finalize());
+        EXPECT_EQ(c.not_started, c.add(card.get(), "N"));  // no adds after finalize
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-        AllKinds, PostcardAddChecksTest,
-        testing::Values(
-                CheckCase{"simple", [](OutPostcard* p, const char* n) { return p->addInt32(n, 1); },
-                          2, 3, 4, 5},
-                CheckCase{"blob",
-                          [](OutPostcard* p, const char* n) { return p->addBlob(n, "b", 1); },
-                          2, 3, 4, 5},
-                CheckCase{"array",
-                          [](OutPostcard* p, const char* n) {
-                              const float v = 1.0f;
-                              return p->addArrayFloat(n, 1, &v);
-                          },
-                          2, 3, 4, 5},
-                CheckCase{"string",
-                          [](OutPostcard* p, const char* n) { return p->addString(n, "s"); },
-                          4, 2, 4, 4},
-                CheckCase{"card",
-                          [](OutPostcard* p, const char* n) {
-                              return p->addCard(n, finished_empty().get());
-                          },
-                          5, 2, 5, 5}),
-        [](const testing::TestParamInfo<CheckCase>& info) { return info.param.label; });
-
-TEST(PostcardWriterTest, ArgumentCodesWriteNothing) {
+TEST(PostcardWriterTest, ArgumentCodes) {
+    varn_test::VerboseLogScope verbose;
+    varn_test::LogCapture log;
     std::unique_ptr<OutPostcard> card = started();
     std::unique_ptr<OutPostcard> open = started();
-    const size_t before = card->getEncodedBuffer()->getSize();
     const int values[] = {1};
     EXPECT_EQ(6, card->addArrayInt32("A", 1, nullptr));
     EXPECT_EQ(7, card->addArrayInt32("A", 0, values));
@@ -207,17 +209,10 @@ TEST(PostcardWriterTest, ArgumentCodesWriteNothing) {
     EXPECT_EQ(3, card->addString("S", nullptr));
     EXPECT_EQ(3, card->addCard("C", nullptr));
     EXPECT_EQ(4, card->addCard("C", open.get()));  // not finalised
-    EXPECT_EQ(before, card->getEncodedBuffer()->getSize());
-}
-
-TEST(PostcardWriterTest, EmptyBlobFailsAfterWritingItsHeader) {
-    varn_test::VerboseLogScope verbose;
-    varn_test::LogCapture log;
-    std::unique_ptr<OutPostcard> card = started();
-    const size_t before = card->getEncodedBuffer()->getSize();
+    EXPECT_EQ(4u, card->getEncodedBuffer()->getSize());  // nothing written so far
+    // An empty blob fails after its header: there is no rollback.
     EXPECT_EQ(12, card->addBlob("B", "x", 0));
-    // No rollback: type, name length, name and length word stay.
-    EXPECT_EQ(before + 2 + 2 + 2 + 4, card->getEncodedBuffer()->getSize());
+    EXPECT_EQ(4u + 2 + 2 + 2 + 4, card->getEncodedBuffer()->getSize());
     EXPECT_TRUE(log.contains("[OutPostcard] addBlobWithType failed 12")) << log.dump();
 }
 
@@ -225,75 +220,53 @@ TEST(PostcardWriterTest, LifecycleCodes) {
     varn_test::VerboseLogScope verbose;
     varn_test::LogCapture log;
     std::unique_ptr<OutPostcard> card(OutPostcard::createInstance());
-    EXPECT_EQ(nullptr, card->getEncodedBuffer());
     EXPECT_EQ(2, card->finalize());
-    ASSERT_EQ(0, card->init());
-    EXPECT_EQ(Bytes({0x78, 0x56, 0x34, 0x12}), varn_test::stream_bytes(card->getEncodedBuffer()));
-    EXPECT_EQ(2, card->init());
-    ASSERT_EQ(0, card->finalize());
-    EXPECT_EQ(2, card->finalize());
-    // finalize() reports under init()'s words.
-    EXPECT_EQ(3u, log.count("[OutPostcard] init failed 2")) << log.dump();
-}
-
-TEST(PostcardWriterTest, InitOutOfMemory) {
-    std::unique_ptr<OutPostcard> card(OutPostcard::createInstance());
     {
         varn_test::NothrowAllocationFailure failure(0);
         EXPECT_EQ(3, card->init());
     }
     EXPECT_EQ(nullptr, card->getEncodedBuffer());
-    EXPECT_EQ(0, card->init());  // still in its first state
+    ASSERT_EQ(0, card->init());  // still in its first state
+    EXPECT_EQ(le(0x12345678, 4), varn_test::stream_bytes(card->getEncodedBuffer()));
+    EXPECT_EQ(2, card->init());
+    ASSERT_EQ(0, card->finalize());
+    EXPECT_EQ(Bytes({1, 0, 0, 0, 0}), varn_test::stream_bytes(card->getEncodedBuffer()));
+    EXPECT_EQ(2, card->finalize());
+    // finalize() reports under init()'s words.
+    EXPECT_EQ(3u, log.count("[OutPostcard] init failed 2")) << log.dump();
 }
 
 // A failing append is forced by leaving `free_room` bytes in the first 64-byte
 // buffer and failing the reallocation that the next too-large piece needs.
-struct AppendFailureCase {
-    const char* label;
-    size_t free_room;
-    std::function<int(OutPostcard*)> step;
-    int code;
-};
-
-class PostcardAppendFailureTest : public testing::TestWithParam<AppendFailureCase> {};
-
-TEST_P(PostcardAppendFailureTest, ReportsTheFailingPiece) {
-    std::unique_ptr<OutPostcard> card = started();
-    // After init: 4 bytes. The filler record is 10 bytes plus its data.
-    const Bytes filler(50 - GetParam().free_room, 0xAB);
-    ASSERT_EQ(0, card->addBlob("F", filler.data(), filler.size()));
-    ASSERT_EQ(64 - GetParam().free_room, card->getEncodedBuffer()->getSize());
-    varn_test::NothrowAllocationFailure failure(0);
-    EXPECT_EQ(GetParam().code, GetParam().step(card.get()));
-    EXPECT_TRUE(failure.triggered());
+TEST(PostcardWriterTest, FailedAppendReportsItsPiece) {
+    const auto simple = [](OutPostcard* c) { return c->addInt32("N", 1); };
+    const auto blob = [](OutPostcard* c) { return c->addBlob("N", "abcd", 4); };
+    const auto array = [](OutPostcard* c) {
+        const int v = 1;
+        return c->addArrayInt32("N", 1, &v);
+    };
+    const struct {
+        size_t free_room;
+        int (*step)(OutPostcard*);
+        int code;
+    } cases[] = {
+            {2, simple, 6}, {4, simple, 7}, {6, simple, 8},  {8, simple, 9},  {2, blob, 8},
+            {4, blob, 9},   {6, blob, 10},  {10, blob, 11},  {14, blob, 12},  {2, array, 8},
+            {4, array, 9},  {6, array, 10}, {10, array, 11}, {14, array, 12},
+            {1, [](OutPostcard* c) { return c->finalize(); }, 3},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "free room " << c.free_room << ", code " << c.code);
+        std::unique_ptr<OutPostcard> card = started();
+        // After init: 4 bytes. The filler record is 10 bytes plus its data.
+        const Bytes filler(50 - c.free_room, 0xAB);
+        ASSERT_EQ(0, card->addBlob("F", filler.data(), filler.size()));
+        ASSERT_EQ(64 - c.free_room, card->getEncodedBuffer()->getSize());
+        varn_test::NothrowAllocationFailure failure(0);
+        EXPECT_EQ(c.code, c.step(card.get()));
+        EXPECT_TRUE(failure.triggered());
+    }
 }
-
-int add_simple(OutPostcard* c) { return c->addInt32("N", 1); }
-int add_blob(OutPostcard* c) { return c->addBlob("N", "abcd", 4); }
-int add_array(OutPostcard* c) {
-    const int v = 1;
-    return c->addArrayInt32("N", 1, &v);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-        Pieces, PostcardAppendFailureTest,
-        testing::Values(AppendFailureCase{"simple_type", 2, add_simple, 6},
-                        AppendFailureCase{"simple_name_length", 4, add_simple, 7},
-                        AppendFailureCase{"simple_name", 6, add_simple, 8},
-                        AppendFailureCase{"simple_value", 8, add_simple, 9},
-                        AppendFailureCase{"blob_type", 2, add_blob, 8},
-                        AppendFailureCase{"blob_name_length", 4, add_blob, 9},
-                        AppendFailureCase{"blob_name", 6, add_blob, 10},
-                        AppendFailureCase{"blob_length", 10, add_blob, 11},
-                        AppendFailureCase{"blob_data", 14, add_blob, 12},
-                        AppendFailureCase{"array_type", 2, add_array, 8},
-                        AppendFailureCase{"array_name_length", 4, add_array, 9},
-                        AppendFailureCase{"array_name", 6, add_array, 10},
-                        AppendFailureCase{"array_length", 10, add_array, 11},
-                        AppendFailureCase{"array_values", 14, add_array, 12},
-                        AppendFailureCase{"finalize_end_byte", 1,
-                                          [](OutPostcard* c) { return c->finalize(); }, 3}),
-        [](const testing::TestParamInfo<AppendFailureCase>& info) { return info.param.label; });
 
 }  // namespace
 }  // namespace vel_loc_fw
