@@ -52,8 +52,8 @@ TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
     const void* data = nullptr;
     size_t length = 0;
     ASSERT_EQ(0, impl->getBlobByType("X", FIELD_TYPE_BLOB, &data, &length, true, 1));
-    EXPECT_EQ(Bytes({'b', 'c'}), Bytes(static_cast<const uint8_t*>(data),
-                                       static_cast<const uint8_t*>(data) + length));
+    EXPECT_EQ(Bytes({'b', 'c'}),
+              Bytes(static_cast<const uint8_t*>(data), static_cast<const uint8_t*>(data) + length));
     // Cards nest at any depth; each nested reader reads the outermost bytes in place.
     InPostcard* raw = nullptr;
     EXPECT_EQ(-1, in->getCard("X", &raw, 2));
@@ -232,8 +232,9 @@ TEST(PostcardReaderTest, FailuresLogWhereTheyHappen) {
     ASSERT_EQ(0, in.init(cut.data(), cut.size(), false));
     EXPECT_EQ(3, in.getInt32("A", value));
     for (const char* line :
-         {"[InPostcard] skipValueByType failed 2, type 20", "[InPostcard] findName failed 105, field index 0",
-          "[InPostcard] get simple failed 3", "[InPostcard] findName failed 5, field index 0",
+         {"[InPostcard] skipValueByType failed 2, type 20",
+          "[InPostcard] findName failed 105, field index 0", "[InPostcard] get simple failed 3",
+          "[InPostcard] findName failed 5, field index 0",
           "[InPostcard] findName failed 2, field index 0", "[MemoryStream] extract error 5"}) {
         EXPECT_TRUE(log.contains(line)) << line << "\n" << log.dump();
     }
@@ -270,9 +271,11 @@ TEST(PostcardReaderTest, NullArgumentCodes) {
 TEST(PostcardReaderTest, FactoriesAndInit) {
     varn_test::VerboseLogScope verbose;
     varn_test::LogCapture log;
-    std::unique_ptr<InPostcard> none(InPostcard::createInstance(static_cast<InMemoryStream*>(nullptr)));
+    std::unique_ptr<InPostcard> none(
+            InPostcard::createInstance(static_cast<InMemoryStream*>(nullptr)));
     EXPECT_EQ(nullptr, none->getBuffer());
-    std::unique_ptr<InPostcard> no_out(InPostcard::createInstance(static_cast<OutPostcard*>(nullptr)));
+    std::unique_ptr<InPostcard> no_out(
+            InPostcard::createInstance(static_cast<OutPostcard*>(nullptr)));
     EXPECT_EQ(2u, log.count("[InPostcard] InPostcardImpl(pInMem) failed 2")) << log.dump();
 
     std::unique_ptr<InPostcard> in(InPostcard::createInstance());

@@ -15,39 +15,31 @@ namespace varn_test {
 
 // Makes one of the next non-throwing allocations (new (std::nothrow), scalar
 // or array) fail: `succeed` of them still succeed, the one after returns null.
-// Disarmed on destruction and after the failure. Throwing allocations are not
-// affected.
+// Disarmed on destruction and after the failure.
 class NothrowAllocationFailure {
   public:
     explicit NothrowAllocationFailure(int succeed);
     ~NothrowAllocationFailure();
     NothrowAllocationFailure(const NothrowAllocationFailure&) = delete;
     NothrowAllocationFailure& operator=(const NothrowAllocationFailure&) = delete;
-    // True once the planned failure happened.
-    bool triggered() const;
+    bool triggered() const;  // the planned failure happened
 };
 
 // Lets every message through while alive, so that tests can assert on them.
-class VerboseLogScope {
-  public:
+struct VerboseLogScope {
     VerboseLogScope() { vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE); }
     ~VerboseLogScope() { vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF); }
-    VerboseLogScope(const VerboseLogScope&) = delete;
-    VerboseLogScope& operator=(const VerboseLogScope&) = delete;
 };
 
 using Bytes = std::vector<uint8_t>;
 
-// The valid bytes of a stream.
-Bytes stream_bytes(const vel_loc_fw::MemoryStreamBase* stream);
-// The low `width` bytes of `value`, little-endian.
-Bytes le(uint64_t value, int width);
+Bytes stream_bytes(const vel_loc_fw::MemoryStreamBase* stream);  // its valid bytes
+Bytes le(uint64_t value, int width);  // the low `width` bytes, little-endian
 Bytes operator+(Bytes left, const Bytes& right);
 // One field record: type, name length, name with its NUL, then `value`.
 Bytes record(uint16_t type, const std::string& name, const Bytes& value = {});
-// A postcard around `fields`: body length (the right one unless given), fields, end byte.
+// Body length (the right one unless given), `fields`, end byte.
 Bytes postcard_of(const Bytes& fields, int64_t body_length = -1);
-// A writer ready for adds.
-std::unique_ptr<vel_loc_fw::OutPostcard> started();
+std::unique_ptr<vel_loc_fw::OutPostcard> started();  // a writer ready for adds
 
 }  // namespace varn_test

@@ -73,7 +73,8 @@ TEST(TimestampPostcardTest, RetrieveFailuresGiveAnInvalidStamp) {
     ASSERT_EQ(0, no_seconds->addInt32("CLOCK_ID", 1));
     ASSERT_EQ(0, no_seconds->finalize());
     std::unique_ptr<OutPostcard> out = varn_test::started();
-    ASSERT_EQ(0, out->addCard("partial", partial.get()) + out->addCard("no_seconds", no_seconds.get()));
+    ASSERT_EQ(0, out->addCard("partial", partial.get()) +
+                         out->addCard("no_seconds", no_seconds.get()));
     ASSERT_EQ(0, out->finalize());
     std::unique_ptr<InPostcard> in(InPostcard::createInstance(out.get()));
     varn_test::VerboseLogScope verbose;
@@ -87,8 +88,10 @@ TEST(TimestampPostcardTest, RetrieveFailuresGiveAnInvalidStamp) {
     EXPECT_EQ(1, no_seconds_back.get_clock_id());
     EXPECT_FALSE(Timestamp::retrieve_from_postcard(in.get(), "partial").is_valid());
     for (int code : {2, 3, 10, 11, 12}) {
-        EXPECT_TRUE(log.contains("[Timestamp] retrieve_from_postcard failed " + std::to_string(code)))
-                << code << "\n" << log.dump();
+        EXPECT_TRUE(
+                log.contains("[Timestamp] retrieve_from_postcard failed " + std::to_string(code)))
+                << code << "\n"
+                << log.dump();
     }
 }
 
