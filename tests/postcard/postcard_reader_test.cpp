@@ -1,10 +1,8 @@
 #include <vel_loc_fw/postcard.h>
 
 #include <stdint.h>
-#include <string.h>
 
 #include <memory>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -41,7 +39,6 @@ TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
                          out->addBool("B", true) + out->addUInt8("V", 3));
     std::unique_ptr<InPostcard> in = reader_of(out.get());
     InPostcardImpl* impl = static_cast<InPostcardImpl*>(in.get());
-
     int x = 0;
     EXPECT_EQ(0, in->getInt32("X", x));
     EXPECT_EQ(1, x);  // simple getters read the first only
@@ -69,7 +66,6 @@ TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
     const char* outer = static_cast<const char*>(in->getBuffer()->getBuffer());
     EXPECT_GT(name, outer + 100);  // inside the second card, not the first
     EXPECT_LT(name, outer + in->getBuffer()->getSize());
-
     // Same name, other type: invisible. Bool and unsigned 8-bit do not mix.
     unsigned char byte = 0;
     bool flag = false;
@@ -77,44 +73,6 @@ TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
     EXPECT_EQ(-1, in->getUInt8("B", byte));
     EXPECT_EQ(-1, in->getBool("V", flag));
     EXPECT_EQ(-1, in->getInt32("X ", x));  // names match exactly, not by prefix
-}
-
-TEST(PostcardLookupTest, ArrayRoom) {
-    std::unique_ptr<OutPostcard> out = started();
-    const int values[] = {4, 5, 6};
-    ASSERT_EQ(0, out->addArrayInt32("A", 3, values));
-    std::unique_ptr<InPostcard> in = reader_of(out.get());
-    int room[3] = {-1, -1, -1};
-    int count = 2;
-    EXPECT_EQ(7, in->getArrayInt32("A", &count, room));
-    EXPECT_EQ(-1, room[0]);  // nothing copied
-    EXPECT_EQ(2, count);
-    EXPECT_EQ(0, in->getArrayInt32("A", &count, nullptr));
-    EXPECT_EQ(3, count);
-    EXPECT_EQ(0, in->getArrayInt32("A", &count, room));
-    EXPECT_EQ(6, room[2]);
-    EXPECT_EQ(3, in->getArrayInt32("A", nullptr, room));
-    EXPECT_EQ(2, in->getArrayInt32(nullptr, &count, room));
-}
-
-TEST(PostcardLookupTest, EmptyPostcardFindsNothingSilently) {
-    const Bytes empty = postcard_of({});
-    std::unique_ptr<InPostcard> in(InPostcard::createInstance());
-    ASSERT_EQ(0, in->init(empty.data(), empty.size(), false));
-    varn_test::VerboseLogScope verbose;
-    varn_test::LogCapture log;
-    int i = 7;
-    const char* s = "keep";
-    const void* data = nullptr;
-    size_t length = 0;
-    InPostcard* card = nullptr;
-    EXPECT_EQ(-1, in->getInt32("A", i));
-    EXPECT_EQ(-1, in->getString("A", &s));
-    EXPECT_EQ(-1, in->getStringDup("A", &s));
-    EXPECT_EQ(-1, in->getBlob("A", &data, &length));
-    EXPECT_EQ(-1, in->getCard("A", &card, 0));
-    EXPECT_EQ(7, i);
-    EXPECT_EQ("", log.dump());
 }
 
 // One call on a postcard's bytes and the code it must return.
@@ -133,24 +91,20 @@ int run(InPostcardImpl* in, const CodeCase& c) {
     size_t length = 0;
     const char* text = nullptr;
     InPostcard* card = nullptr;
-    int result = 0;
+    int result = -100;
     switch (c.call) {
         case kFind: return in->findField(FIELD_TYPE_INT32, "A", 0);
         case kSkip: return in->skipValueByType(c.skip_type);
         case kInt32: return in->getInt32("A", value);
         case kBlob: return in->getBlob("A", &data, &length);
         case kString: return in->getString("A", &text);
-        case kStringDup:
-            result = in->getStringDup("A", &text);
-            if (result == 0) delete[] text;
-            return result;
+        case kStringDup: result = in->getStringDup("A", &text); break;
         case kArray: return in->getArrayInt32("A", &value, nullptr);
-        case kCard:
-            result = in->getCard("A", &card, 0);
-            delete card;
-            return result;
+        case kCard: result = in->getCard("A", &card, 0); break;
     }
-    return -100;
+    if (result == 0) delete[] text;
+    delete card;
+    return result;
 }
 
 // A record "Z" of `type` with `value`, then an int32 "A".
@@ -169,13 +123,11 @@ TEST(PostcardReaderTest, ResultCodes) {
             {"walk_past_end", postcard_of(record(12, "B", le(0, 4)), 3), kFind, 101, 0},
             {"empty_stored_name", postcard_of({12, 0, 0, 0, 0, 0, 0, 0}), kFind, 104, 0},
             {"zero_length_blob", z_then_a(20, le(0, 4)), kFind, 105, 0},
-            {"zero_length_array", z_then_a(33, le(0, 4)), kFind, 105, 0},
             {"zero_length_string", z_then_a(19, le(0, 4)), kFind, 105, 0},
             {"unknown_type", z_then_a(99, {}), kFind, 105, 0},
             {"invalid_type", z_then_a(0, {}), kFind, 105, 0},
             {"lying_blob_length", z_then_a(20, le(200, 4)), kFind, 105, 0},
             {"only_end_byte_left", postcard_of({}), kFind, -1, 0},
-            {"int32_walk_fails", z_then_a(20, le(0, 4)), kInt32, 3, 0},
             {"int32_value_cut", cut + record(12, "A", {7}), kInt32, 4, 0},
             {"skip_invalid", {1}, kSkip, 100, 0},
             {"skip_unknown", {1}, kSkip, 101, 23},
@@ -186,9 +138,6 @@ TEST(PostcardReaderTest, ResultCodes) {
             {"skip_string_cut", {3, 0, 0, 0, 'a'}, kSkip, 3, 19},
             {"skip_double", Bytes(8, 0), kSkip, 0, 21},
             {"skip_uint64_cut", Bytes(7, 0), kSkip, 3, 11},
-            {"skip_float", Bytes(4, 0), kSkip, 0, 22},
-            {"skip_uint16", Bytes(2, 0), kSkip, 0, 15},
-            {"skip_bool", Bytes(1, 0), kSkip, 0, 18},
             {"skip_blob_no_length", {1}, kSkip, 104, 20},
             {"skip_blob_zero", le(0, 4), kSkip, 2, 20},
             {"skip_array_float", {4, 0, 0, 0, 1, 2, 3, 4}, kSkip, 0, 40},
@@ -197,16 +146,18 @@ TEST(PostcardReaderTest, ResultCodes) {
             {"blob_length_cut", cut + record(20, "A", {9, 0}), kBlob, 5, 0},
             {"blob_value_cut", cut + record(20, "A", le(9, 4) + Bytes{'x'}), kBlob, 7, 0},
             {"string_cut", cut + record(19, "A", le(9, 4)), kString, 4, 0},
-            {"string_not_terminated", postcard_of(record(19, "A", le(2, 4) + Bytes{'h', 'i'})),
-             kString, 7, 0},
-            {"string_dup_not_terminated", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})),
-             kStringDup, 3, 0},
-            {"array_length_not_whole", postcard_of(record(32, "A", le(6, 4) + Bytes(6, 1))), kArray,
-             5, 0},
-            {"array_type_mismatch", postcard_of(record(33, "A", le(4, 4) + Bytes(4, 1))), kArray, 4,
+            {"string_unterminated", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})), kString, 7,
+             0},
+            {"dup_unterminated", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})), kStringDup, 3,
+             0},
+            {"array_not_whole", postcard_of(record(32, "A", le(6, 4) + Bytes(6, 1))), kArray, 5, 0},
+            {"array_other_type", postcard_of(record(33, "A", le(4, 4) + Bytes(4, 1))), kArray, 4,
              0},
             {"card_length_cut", cut + record(1, "A", {9}), kCard, 4, 0},
+            {"empty_finds_nothing", postcard_of({}), kCard, -1, 0},
     };
+    varn_test::VerboseLogScope verbose;
+    varn_test::LogCapture log;
     for (const CodeCase& c : cases) {
         SCOPED_TRACE(c.label);
         InPostcardImpl in;
@@ -215,39 +166,22 @@ TEST(PostcardReaderTest, ResultCodes) {
         if (c.call == kSkip && c.code == 0) {
             EXPECT_EQ(c.bytes.size(), in.getBuffer()->getGetCursor());
         }
+        EXPECT_EQ(c.code > 0, log.count("") > 0) << log.dump();  // a miss is silent
+        log.clear();
     }
 }
 
-TEST(PostcardReaderTest, FailuresLogWhereTheyHappen) {
+TEST(PostcardReaderTest, ArgumentCodesAndLogs) {
     varn_test::VerboseLogScope verbose;
     varn_test::LogCapture log;
     int value = 0;
-    const Bytes zero_blob = z_then_a(20, le(0, 4));
-    InPostcardImpl in;
-    ASSERT_EQ(0, in.init(zero_blob.data(), zero_blob.size(), false));
-    EXPECT_EQ(3, in.getInt32("A", value));
-    EXPECT_EQ(5, in.findField(FIELD_TYPE_INT32, "", 0));  // an empty name is an error, not a miss
-    EXPECT_EQ(2, in.findField(FIELD_TYPE_INT32, nullptr, 0));
-    const Bytes cut = {100, 0, 0, 0, 12, 0};
-    ASSERT_EQ(0, in.init(cut.data(), cut.size(), false));
-    EXPECT_EQ(3, in.getInt32("A", value));
-    for (const char* line :
-         {"[InPostcard] skipValueByType failed 2, type 20",
-          "[InPostcard] findName failed 105, field index 0", "[InPostcard] get simple failed 3",
-          "[InPostcard] findName failed 5, field index 0",
-          "[InPostcard] findName failed 2, field index 0", "[MemoryStream] extract error 5"}) {
-        EXPECT_TRUE(log.contains(line)) << line << "\n" << log.dump();
-    }
-}
-
-TEST(PostcardReaderTest, NullArgumentCodes) {
-    const Bytes bytes = postcard_of(record(19, "S", le(2, 4) + Bytes{'s', 0}));
-    InPostcardImpl in;
-    ASSERT_EQ(0, in.init(bytes.data(), bytes.size(), false));
     const char* text = "old";
     const void* data = nullptr;
     size_t length = 9;
     InPostcard* card = nullptr;
+    const Bytes zero_blob = z_then_a(20, le(0, 4));
+    InPostcardImpl in;
+    ASSERT_EQ(0, in.init(zero_blob.data(), zero_blob.size(), false));
     EXPECT_EQ(2, in.getString(nullptr, &text));
     EXPECT_EQ(3, in.getString("S", nullptr));
     EXPECT_EQ(2, in.getStringDup("S", nullptr));
@@ -255,20 +189,28 @@ TEST(PostcardReaderTest, NullArgumentCodes) {
     EXPECT_EQ(3, in.getBlob("S", nullptr, &length));
     EXPECT_EQ(3, in.getBlob("S", &data, nullptr));
     EXPECT_EQ(3, in.getCard("S", nullptr, 0));
+    EXPECT_EQ(3, in.getArrayInt32("A", nullptr, &value));
+    EXPECT_EQ(2, in.getArrayInt32(nullptr, &value, &value));
     {
         varn_test::NothrowAllocationFailure failure(0);
         EXPECT_EQ(2, in.getCard(nullptr, &card, 0));
         EXPECT_FALSE(failure.triggered());  // a refused call allocates nothing
     }
-    // The blob getter sees the string's bytes through the string type, with or without its word.
-    EXPECT_EQ(0, in.getBlobByType("S", FIELD_TYPE_STRING, &data, &length, true, 0));
-    EXPECT_EQ(2u, length);
-    EXPECT_EQ(in.getBuffer()->getBuffer(), static_cast<const uint8_t*>(data) - 4 - 6 - 4);
-    EXPECT_EQ(0, in.getBlobByType("S", FIELD_TYPE_STRING, &data, &length, false, 0));
-    EXPECT_EQ(in.getBuffer()->getBuffer(), static_cast<const uint8_t*>(data) - 4 - 6);
+    EXPECT_EQ(3, in.getInt32("A", value));
+    EXPECT_EQ(5, in.findField(FIELD_TYPE_INT32, "", 0));  // an empty name is an error, not a miss
+    EXPECT_EQ(2, in.findField(FIELD_TYPE_INT32, nullptr, 0));
+    const Bytes cut = {100, 0, 0, 0, 12, 0};
+    ASSERT_EQ(0, in.init(cut.data(), cut.size(), false));
+    EXPECT_EQ(3, in.getInt32("A", value));
+    for (const char* line :
+         {"skipValueByType failed 2, type 20", "findName failed 105, field index 0",
+          "get simple failed 3", "findName failed 5, field index 0",
+          "findName failed 2, field index 0", "[MemoryStream] extract error 5"}) {
+        EXPECT_TRUE(log.contains(line)) << line << "\n" << log.dump();
+    }
 }
 
-TEST(PostcardReaderTest, FactoriesAndInit) {
+TEST(PostcardReaderTest, FactoriesInitAndOutOfMemory) {
     varn_test::VerboseLogScope verbose;
     varn_test::LogCapture log;
     std::unique_ptr<InPostcard> none(
@@ -277,7 +219,6 @@ TEST(PostcardReaderTest, FactoriesAndInit) {
     std::unique_ptr<InPostcard> no_out(
             InPostcard::createInstance(static_cast<OutPostcard*>(nullptr)));
     EXPECT_EQ(2u, log.count("[InPostcard] InPostcardImpl(pInMem) failed 2")) << log.dump();
-
     std::unique_ptr<InPostcard> in(InPostcard::createInstance());
     const uint8_t byte = 0;
     EXPECT_EQ(2, in->init(nullptr, 1, false));
@@ -289,27 +230,14 @@ TEST(PostcardReaderTest, FactoriesAndInit) {
     EXPECT_EQ(nullptr, in->getBuffer());
     // Owned buffers are freed with the reader (checked by the sanitizer build).
     EXPECT_EQ(0, in->init(new uint8_t[5]{1, 0, 0, 0, 0}, 5, true));
-    int value = 0;
-    EXPECT_EQ(-1, in->getInt32("A", value));
-
-    // A reader over a stream owns the stream; a stream without bytes fails every walk.
-    std::unique_ptr<OutPostcard> out = started();
-    ASSERT_EQ(0, out->addInt32("A", 5));
-    ASSERT_EQ(0, out->finalize());
-    std::unique_ptr<InPostcard> from_stream(
-            InPostcard::createInstance(InMemoryStream::createInstance(out->getEncodedBuffer())));
-    EXPECT_EQ(0u, out->getEncodedBuffer()->getSize());  // bytes moved, not copied
-    out.reset();
-    EXPECT_EQ(0, from_stream->getInt32("A", value));
-    EXPECT_EQ(5, value);
+    // A reader over a stream owns it; a stream without bytes fails every walk.
     InMemoryStream* no_bytes = InMemoryStream::createInstance();
     ASSERT_EQ(0, no_bytes->setBuffer(nullptr, 8));
-    std::unique_ptr<InPostcard> over_nothing(InPostcard::createInstance(no_bytes));
-    EXPECT_EQ(3, over_nothing->getInt32("A", value));
+    int value = 0;
+    EXPECT_EQ(3, std::unique_ptr<InPostcard>(InPostcard::createInstance(no_bytes))
+                         ->getInt32("A", value));
     EXPECT_TRUE(log.contains("[MemoryStream] extract error 4")) << log.dump();
-}
 
-TEST(PostcardReaderTest, OutOfMemoryCodes) {
     std::unique_ptr<OutPostcard> nested = started();
     ASSERT_EQ(0, nested->finalize());
     std::unique_ptr<OutPostcard> out = started();
@@ -317,12 +245,13 @@ TEST(PostcardReaderTest, OutOfMemoryCodes) {
     ASSERT_EQ(0, out->finalize());
     {
         varn_test::NothrowAllocationFailure failure(1);  // the reader, then its stream
-        std::unique_ptr<InPostcard> in(InPostcard::createInstance(out.get()));
-        ASSERT_NE(nullptr, in);
-        EXPECT_EQ(nullptr, in->getBuffer());
+        EXPECT_EQ(nullptr,
+                  std::unique_ptr<InPostcard>(InPostcard::createInstance(out.get()))->getBuffer());
         EXPECT_TRUE(failure.triggered());
     }
-    std::unique_ptr<InPostcard> in(InPostcard::createInstance(out.get()));
+    in.reset(InPostcard::createInstance(InMemoryStream::createInstance(out->getEncodedBuffer())));
+    EXPECT_EQ(0u, out->getEncodedBuffer()->getSize());  // bytes moved, not copied
+    out.reset();
     InPostcard* card = nullptr;
     const char* text = nullptr;
     for (int succeed : {0, 1}) {  // the nested reader, then its stream
@@ -332,6 +261,7 @@ TEST(PostcardReaderTest, OutOfMemoryCodes) {
     }
     varn_test::NothrowAllocationFailure failure(0);
     EXPECT_EQ(4, in->getStringDup("S", &text));
+    EXPECT_EQ(0, in->getString("S", &text));
 }
 
 }  // namespace
