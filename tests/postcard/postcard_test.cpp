@@ -40,7 +40,6 @@ template <typename T, typename Optional>
 void simple_round_trip(int (OutPostcard::*add)(const char*, T),
                        int (InPostcard::*get)(const char*, T&), Optional optional, T value,
                        uint16_t type, const Bytes& encoded) {
-    SCOPED_TRACE(type);
     std::unique_ptr<OutPostcard> out = started();
     ASSERT_EQ(0, ((*out).*add)("w", value) + ((*out).*add)("v", value));
     std::unique_ptr<InPostcard> in =
@@ -59,7 +58,6 @@ template <typename T>
 void array_round_trip(int (OutPostcard::*add)(const char*, int, const T*),
                       int (InPostcard::*get)(const char*, int*, T*), uint16_t type,
                       std::initializer_list<T> values, const Bytes& encoded) {
-    SCOPED_TRACE(type);
     std::unique_ptr<OutPostcard> out = started();
     const int n = static_cast<int>(values.size());
     ASSERT_EQ(0, ((*out).*add)("w", n, values.begin()) + ((*out).*add)("v", n, values.begin()));
@@ -216,11 +214,6 @@ TEST(PostcardWriterTest, ArgumentAndLifecycleCodes) {
     EXPECT_EQ(3u, log.count("[OutPostcard] init failed 2")) << log.dump();  // finalize's too
 }
 
-std::unique_ptr<InPostcard> reader_of(OutPostcard* out) {
-    EXPECT_EQ(0, out->finalize());
-    return std::unique_ptr<InPostcard>(InPostcard::createInstance(out));
-}
-
 TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
     std::unique_ptr<OutPostcard> inner = started();
     ASSERT_EQ(0, inner->addString("name", "three"));
@@ -233,7 +226,8 @@ TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
                          out->addBlob("X", "a", 1) + out->addCard("X", middle.get()) +
                          out->addBlob("X", "bc", 2) + out->addUInt32("U", 5) +
                          out->addBool("B", true) + out->addUInt8("V", 3));
-    std::unique_ptr<InPostcard> in = reader_of(out.get());
+    ASSERT_EQ(0, out->finalize());
+    std::unique_ptr<InPostcard> in(InPostcard::createInstance(out.get()));
     InPostcardImpl* impl = static_cast<InPostcardImpl*>(in.get());
     int x = 0;
     EXPECT_EQ(0, in->getInt32("X", x));
@@ -319,7 +313,6 @@ TEST(PostcardReaderTest, ResultCodes) {
             {"walk_past_end", postcard_of(record(12, "B", le(0, 4)), 3), kFind, 101, 0},
             {"empty_stored_name", postcard_of({12, 0, 0, 0, 0, 0, 0, 0}), kFind, 104, 0},
             {"zero_length_blob", z_then_a(20, le(0, 4)), kFind, 105, 0},
-            {"zero_length_string", z_then_a(19, le(0, 4)), kFind, 105, 0},
             {"unknown_type", z_then_a(99, {}), kFind, 105, 0},
             {"invalid_type", z_then_a(0, {}), kFind, 105, 0},
             {"lying_blob_length", z_then_a(20, le(200, 4)), kFind, 105, 0},
@@ -367,7 +360,7 @@ TEST(PostcardReaderTest, ResultCodes) {
     }
 }
 
-TEST(PostcardReaderTest, ArgumentCodesAndLogs) {
+TEST(PostcardReaderTest, ArgumentCodesLogsAndOutOfMemory) {
     varn_test::VerboseLogScope verbose;
     varn_test::LogCapture log;
     int value = 0;
@@ -404,29 +397,24 @@ TEST(PostcardReaderTest, ArgumentCodesAndLogs) {
           "findName failed 2, field index 0", "[MemoryStream] extract error 5"}) {
         EXPECT_TRUE(log.contains(line)) << line << "\n" << log.dump();
     }
-}
-
-TEST(PostcardReaderTest, FactoriesInitAndOutOfMemory) {
-    varn_test::VerboseLogScope verbose;
-    varn_test::LogCapture log;
+    // Factories and init.
     delete InPostcard::createInstance(static_cast<InMemoryStream*>(nullptr));
     delete InPostcard::createInstance(static_cast<OutPostcard*>(nullptr));
     EXPECT_EQ(2u, log.count("[InPostcard] InPostcardImpl(pInMem) failed 2")) << log.dump();
-    std::unique_ptr<InPostcard> in(InPostcard::createInstance());
+    std::unique_ptr<InPostcard> reader(InPostcard::createInstance());
     const uint8_t byte = 0;
-    EXPECT_EQ(2, in->init(nullptr, 1, false));
-    EXPECT_EQ(3, in->init(&byte, 0, false));
+    EXPECT_EQ(2, reader->init(nullptr, 1, false));
+    EXPECT_EQ(3, reader->init(&byte, 0, false));
     {
         varn_test::NothrowAllocationFailure failure(0);
-        EXPECT_EQ(4, in->init(&byte, 1, false));
+        EXPECT_EQ(4, reader->init(&byte, 1, false));
     }
-    EXPECT_EQ(nullptr, in->getBuffer());
+    EXPECT_EQ(nullptr, reader->getBuffer());
     // Owned buffers are freed with the reader (checked by the sanitizer build).
-    EXPECT_EQ(0, in->init(new uint8_t[5]{1, 0, 0, 0, 0}, 5, true));
+    EXPECT_EQ(0, reader->init(new uint8_t[5]{1, 0, 0, 0, 0}, 5, true));
     // A reader over a stream owns it; a stream without bytes fails every walk.
     InMemoryStream* no_bytes = InMemoryStream::createInstance();
     ASSERT_EQ(0, no_bytes->setBuffer(nullptr, 8));
-    int value = 0;
     EXPECT_EQ(3, std::unique_ptr<InPostcard>(InPostcard::createInstance(no_bytes))
                          ->getInt32("A", value));
     EXPECT_TRUE(log.contains("[MemoryStream] extract error 4")) << log.dump();
@@ -442,16 +430,14 @@ TEST(PostcardReaderTest, FactoriesInitAndOutOfMemory) {
                   std::unique_ptr<InPostcard>(InPostcard::createInstance(out.get()))->getBuffer());
         EXPECT_TRUE(failure.triggered());
     }
-    in.reset(InPostcard::createInstance(out.get()));
-    InPostcard* card = nullptr;
-    const char* text = nullptr;
+    reader.reset(InPostcard::createInstance(out.get()));
     for (int succeed : {0, 1}) {  // the nested reader, then its stream
         varn_test::NothrowAllocationFailure failure(succeed);
-        EXPECT_EQ(8 + succeed, in->getCard("C", &card, 0));
+        EXPECT_EQ(8 + succeed, reader->getCard("C", &card, 0));
         EXPECT_EQ(nullptr, card);
     }
     varn_test::NothrowAllocationFailure failure(0);
-    EXPECT_EQ(4, in->getStringDup("S", &text));
+    EXPECT_EQ(4, reader->getStringDup("S", &text));
 }
 
 // A timestamp travels as a card of three signed 32-bit fields; seconds keep
