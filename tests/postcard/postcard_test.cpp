@@ -99,9 +99,6 @@ TEST(PostcardRoundTripTest, SimpleValues) {
     simple_round_trip(&O::addBool, &P::getBool, &P::getBoolOptional, true, 18, {1});
     void* const ptr = reinterpret_cast<void*>(0x1122334455667788ULL);
     simple_round_trip(&O::addPtr, &P::getPtr, nullptr, ptr, 10, le(0x1122334455667788, 8));
-    // The same bytes as an int64 of that value: pointers travel as plain 64-bit integers.
-    simple_round_trip<long long>(&O::addInt64, &P::getInt64, nullptr, 0x1122334455667788, 10,
-                                 le(0x1122334455667788, 8));
 }
 
 TEST(PostcardRoundTripTest, Arrays) {
@@ -170,8 +167,6 @@ TEST(PostcardWriterTest, AddsRefuseStateAndNames) {
     const int codes[][4] = {{2, 3, 4, 5}, {2, 3, 4, 5}, {4, 2, 4, 4}, {5, 2, 5, 5}};
     for (int kind = 0; kind < 4; ++kind) {
         SCOPED_TRACE(kind);
-        std::unique_ptr<OutPostcard> fresh(OutPostcard::createInstance());
-        EXPECT_EQ(codes[kind][0], add(kind, fresh.get(), "N"));
         EXPECT_EQ(codes[kind][0], add(kind, closed.get(), "N"));  // no adds after finalize
         std::unique_ptr<OutPostcard> card = started();
         EXPECT_EQ(codes[kind][1], add(kind, card.get(), nullptr));
@@ -253,9 +248,8 @@ TEST(PostcardLookupTest, TypeAndIndexSelectFields) {
     const char* name = nullptr;
     ASSERT_EQ(0, third->getString("name", &name));
     EXPECT_STREQ("three", name);
-    const char* outer = static_cast<const char*>(in->getBuffer()->getBuffer());
-    EXPECT_GT(name, outer + 100);  // inside the second card, not the first
-    EXPECT_LT(name, outer + in->getBuffer()->getSize());
+    // In place, inside the second card's bytes.
+    EXPECT_EQ(static_cast<const char*>(in->getBuffer()->getBuffer()) + 108, name);
     // Same name, other type: invisible. Bool and unsigned 8-bit do not mix.
     unsigned char byte = 0;
     bool flag = false;
@@ -335,13 +329,10 @@ TEST(PostcardReaderTest, ResultCodes) {
             {"blob_length_cut", cut + record(20, "A", {9, 0}), kBlob, 5, 0},
             {"blob_value_cut", cut + record(20, "A", le(9, 4) + Bytes{'x'}), kBlob, 7, 0},
             {"string_cut", cut + record(19, "A", le(9, 4)), kString, 4, 0},
-            {"string_unterminated", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})), kString, 7,
-             0},
-            {"dup_unterminated", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})), kStringDup, 3,
-             0},
+            {"string_no_nul", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})), kString, 7, 0},
+            {"dup_no_nul", postcard_of(record(19, "A", le(1, 4) + Bytes{'h'})), kStringDup, 3, 0},
             {"array_not_whole", postcard_of(record(32, "A", le(6, 4) + Bytes(6, 1))), kArray, 5, 0},
-            {"array_other_type", postcard_of(record(33, "A", le(4, 4) + Bytes(4, 1))), kArray, 4,
-             0},
+            {"array_type", postcard_of(record(33, "A", le(4, 4) + Bytes(4, 1))), kArray, 4, 0},
             {"card_length_cut", cut + record(1, "A", {9}), kCard, 4, 0},
             {"empty_finds_nothing", postcard_of({}), kCard, -1, 0},
     };
@@ -480,10 +471,8 @@ TEST(TimestampPostcardTest, RoundTripAndRetrieveFailures) {
     EXPECT_EQ(1, no_seconds.get_clock_id());
     EXPECT_FALSE(Timestamp::retrieve_from_postcard(in.get(), "TS_NSEC").is_valid());
     for (int code : {2, 3, 10, 11, 12}) {
-        EXPECT_TRUE(
-                log.contains("[Timestamp] retrieve_from_postcard failed " + std::to_string(code)))
-                << code << "\n"
-                << log.dump();
+        const std::string line = "retrieve_from_postcard failed " + std::to_string(code);
+        EXPECT_TRUE(log.contains("[Timestamp] " + line)) << log.dump();
     }
 }
 

@@ -1,8 +1,5 @@
-// Allocation failure injection and record builders for the postcard tests.
-//
-// The non-throwing forms of operator new are replaced for the whole test
-// program; they forward to the throwing forms, so every allocation is still
-// made (and checked) by the sanitizer's or the standard library's allocator.
+// The non-throwing forms of operator new are replaced for the whole test program;
+// they forward to the throwing forms, so the sanitizers still see every allocation.
 #include "tests/postcard/postcard_test_support.h"
 
 #include <atomic>
@@ -16,8 +13,7 @@ namespace {
 std::atomic<int> g_remaining{-1};
 std::atomic<bool> g_triggered{false};
 
-template <void* (*Allocate)(std::size_t)>
-void* allocate_or_fail(std::size_t size) {
+void* allocate_or_fail(std::size_t size, bool array) {
     int remaining = g_remaining.load();
     while (remaining >= 0 && !g_remaining.compare_exchange_weak(remaining, remaining - 1)) {
     }
@@ -26,23 +22,20 @@ void* allocate_or_fail(std::size_t size) {
         return nullptr;
     }
     try {
-        return Allocate(size);
+        return array ? ::operator new[](size) : ::operator new(size);
     } catch (...) {
         return nullptr;
     }
 }
 
-void* scalar_new(std::size_t size) { return ::operator new(size); }
-void* array_new(std::size_t size) { return ::operator new[](size); }
-
 }  // namespace
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate_or_fail<scalar_new>(size);
+    return allocate_or_fail(size, false);
 }
 
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate_or_fail<array_new>(size);
+    return allocate_or_fail(size, true);
 }
 
 namespace varn_test {

@@ -1,4 +1,3 @@
-// Shared helpers of the postcard tests.
 #pragma once
 
 #include <stdint.h>
