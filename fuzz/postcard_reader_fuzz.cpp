@@ -22,21 +22,18 @@ constexpr int kMaxDepth = 6;
 // Keeps the compiler from dropping reads whose values are otherwise unused.
 volatile uint64_t g_sink = 0;
 
-template <typename T>
-void consume(const T& value) {
-    uint8_t bytes[sizeof(T)];
-    memcpy(bytes, &value, sizeof(T));
-    for (uint8_t b : bytes) g_sink = g_sink + b;
-}
-
 void consume_bytes(const void* data, size_t length) {
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
     for (size_t i = 0; i < length; ++i) g_sink = g_sink + bytes[i];
 }
 
 template <typename T>
-void read_array(InPostcard* card, const char* name,
-                int (InPostcard::*get)(const char*, int*, T*)) {
+void consume(const T& value) {
+    consume_bytes(&value, sizeof(T));
+}
+
+template <typename T>
+void read_array(InPostcard* card, const char* name, int (InPostcard::*get)(const char*, int*, T*)) {
     int count = 0;
     if ((card->*get)(name, &count, nullptr) != 0 || count <= 0) return;
     T small[1] = {};
