@@ -22,84 +22,62 @@ constexpr int kMaxDepth = 6;
 // Keeps the compiler from dropping reads whose values are otherwise unused.
 volatile uint64_t g_sink = 0;
 
-template <typename T>
-void consume(const T& value) {
-    uint8_t bytes[sizeof(T)];
-    memcpy(bytes, &value, sizeof(T));
-    for (uint8_t b : bytes) g_sink = g_sink + b;
-}
-
 void consume_bytes(const void* data, size_t length) {
     const uint8_t* bytes = static_cast<const uint8_t*>(data);
     for (size_t i = 0; i < length; ++i) g_sink = g_sink + bytes[i];
 }
 
 template <typename T>
-void read_array(InPostcard* card, const char* name,
-                int (InPostcard::*get)(const char*, int*, T*)) {
+void consume(const T& value) {
+    consume_bytes(&value, sizeof(T));
+}
+
+template <typename T>
+void read_array(InPostcard* card, const char* name, int (InPostcard::*get)(const char*, int*, T*)) {
     int count = 0;
     if ((card->*get)(name, &count, nullptr) != 0 || count <= 0) return;
-    // Too little room must be refused without writing.
-    if (count > 1) {
-        T small[1] = {};
-        int room = 1;
-        (card->*get)(name, &room, small);
-    }
+    T small[1] = {};
+    int room = 1;
+    if (count > 1) (card->*get)(name, &room, small);  // too little room: refused, nothing written
     if (count > (1 << 20)) return;
     // Not std::vector: vector<bool> has no element array to fill.
     std::unique_ptr<T[]> values(new T[static_cast<size_t>(count)]);
-    int room = count;
+    room = count;
     if ((card->*get)(name, &room, values.get()) == 0) {
         for (int i = 0; i < room; ++i) consume(values[i]);
     }
 }
 
+// Reads `name` with a simple getter, then with its optional twin.
+template <typename T>
+void read_simple(InPostcard* card, const char* name, int (InPostcard::*get)(const char*, T&),
+                 int (InPostcard::*get_optional)(const char*, T&)) {
+    T value{};
+    if ((card->*get)(name, value) == 0) consume(value);
+    if (get_optional != nullptr) (card->*get_optional)(name, value);
+}
+
 void read_all(InPostcard* card, int depth) {
     for (const char* name : kNames) {
-        double d = 0;
-        float f = 0;
-        long long i64 = 0;
-        unsigned long long u64 = 0;
-        int i32 = 0;
-        unsigned int u32 = 0;
-        short i16 = 0;
-        unsigned short u16 = 0;
-        char i8 = 0;
-        unsigned char u8 = 0;
-        bool b = false;
-        void* p = nullptr;
-        if (card->getDouble(name, d) == 0) consume(d);
-        if (card->getFloat(name, f) == 0) consume(f);
-        if (card->getInt64(name, i64) == 0) consume(i64);
-        if (card->getUInt64(name, u64) == 0) consume(u64);
-        if (card->getInt32(name, i32) == 0) consume(i32);
-        if (card->getUInt32(name, u32) == 0) consume(u32);
-        if (card->getInt16(name, i16) == 0) consume(i16);
-        if (card->getUInt16(name, u16) == 0) consume(u16);
-        if (card->getInt8(name, i8) == 0) consume(i8);
-        if (card->getUInt8(name, u8) == 0) consume(u8);
-        if (card->getBool(name, b) == 0) consume(b);
-        if (card->getPtr(name, p) == 0) consume(p);
-        card->getDoubleOptional(name, d);
-        card->getFloatOptional(name, f);
-        card->getInt64Optional(name, i64);
-        card->getUInt64Optional(name, u64);
-        card->getInt32Optional(name, i32);
-        card->getUInt32Optional(name, u32);
-        card->getInt16Optional(name, i16);
-        card->getUInt16Optional(name, u16);
-        card->getInt8Optional(name, i8);
-        card->getUInt8Optional(name, u8);
-        card->getBoolOptional(name, b);
+        read_simple(card, name, &InPostcard::getDouble, &InPostcard::getDoubleOptional);
+        read_simple(card, name, &InPostcard::getFloat, &InPostcard::getFloatOptional);
+        read_simple(card, name, &InPostcard::getInt64, &InPostcard::getInt64Optional);
+        read_simple(card, name, &InPostcard::getUInt64, &InPostcard::getUInt64Optional);
+        read_simple(card, name, &InPostcard::getInt32, &InPostcard::getInt32Optional);
+        read_simple(card, name, &InPostcard::getUInt32, &InPostcard::getUInt32Optional);
+        read_simple(card, name, &InPostcard::getInt16, &InPostcard::getInt16Optional);
+        read_simple(card, name, &InPostcard::getUInt16, &InPostcard::getUInt16Optional);
+        read_simple(card, name, &InPostcard::getInt8, &InPostcard::getInt8Optional);
+        read_simple(card, name, &InPostcard::getUInt8, &InPostcard::getUInt8Optional);
+        read_simple(card, name, &InPostcard::getBool, &InPostcard::getBoolOptional);
+        read_simple<void*>(card, name, &InPostcard::getPtr, nullptr);
 
         const char* text = nullptr;
         if (card->getString(name, &text) == 0) consume_bytes(text, strlen(text));
-        const char* optional_text = nullptr;
-        card->getStringOptional(name, &optional_text);
-        const char* copy = nullptr;
-        if (card->getStringDup(name, &copy) == 0) {
-            consume_bytes(copy, strlen(copy));
-            delete[] copy;
+        card->getStringOptional(name, &text);
+        if (card->getStringDup(name, &text) == 0) {
+            consume_bytes(text, strlen(text));
+            delete[] text;
         }
         const void* blob = nullptr;
         size_t blob_length = 0;
