@@ -4,19 +4,16 @@
 
 #include <stdint.h>
 
-#include <chrono>
-#include <condition_variable>
+#include <atomic>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include <vel_loc_fw/log_util.h>
-#include <vel_loc_fw/thread.h>
 
 #include "log_capture.h"
+#include "stress_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -25,107 +22,65 @@ constexpr int kProducers = 4;
 constexpr int kConsumers = 3;
 constexpr uint32_t kPerProducer = 3000;
 
-class Latch {
-  public:
-    explicit Latch(int count) : count_(count) {}
-    void count_down() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (--count_ == 0) cv_.notify_all();
-    }
-    void wait() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        cv_.wait(lock, [this] { return count_ <= 0; });
-    }
-
-  private:
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    int count_;
-};
-
 // Items carry their producer and sequence number; never null.
 void* encode(uint32_t producer, uint32_t seq) {
     return reinterpret_cast<void*>((static_cast<uintptr_t>(producer) << 32) | (seq + 1u));
 }
-uint32_t producer_of(void* item) {
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(item) >> 32);
-}
-uint32_t seq_of(void* item) {
-    return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(item) & 0xffffffffu) - 1u;
-}
 
-class Consumer : public Runnable {
-  public:
-    Consumer(BlockingQueue* queue, bool timed) : queue_(queue), timed_(timed) {}
-    void run() override {
-        TimeDiff timeout(timed_);
-        if (timed_) timeout.add_msec(1);
-        for (;;) {
-            void* item = nullptr;
-            bool closed = false;
-            if (queue_->pop(&item, timeout, &closed) != 0) {
-                failed_ = true;
-                return;
-            }
-            if (item != nullptr) {
-                popped_.push_back(item);
-            } else if (closed) {
-                return;
-            }
+// Pops into `popped` until the queue reports closed and empty; false when a
+// pop fails.
+bool consume(BlockingQueue* queue, bool timed, std::vector<uintptr_t>* popped) {
+    TimeDiff timeout(timed);
+    if (timed) timeout.add_msec(1);
+    for (;;) {
+        void* item = nullptr;
+        bool closed = false;
+        if (queue->pop(&item, timeout, &closed) != 0) return false;
+        if (item != nullptr) {
+            popped->push_back(reinterpret_cast<uintptr_t>(item));
+        } else if (closed) {
+            return true;
         }
     }
-
-    std::vector<void*> popped_;
-    bool failed_ = false;
-
-  private:
-    BlockingQueue* queue_;
-    bool timed_;
-};
+}
 
 TEST(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
     std::unique_ptr<BlockingQueue> queue(BlockingQueue::createInstance("Stress", false));
-    ASSERT_NE(nullptr, queue);
-
-    std::vector<std::unique_ptr<Consumer>> consumers;
-    std::vector<std::unique_ptr<Thread>> consumer_threads;
-    for (int c = 0; c < kConsumers; ++c) {
-        consumers.emplace_back(new Consumer(queue.get(), c == 0));
-        consumer_threads.emplace_back(Thread::createInstance("Consumer", consumers.back().get(),
-                                                             false));
-        ASSERT_EQ(0, consumer_threads.back()->launch());
-    }
-
-    Latch half_way(kProducers);
+    std::atomic<int> half_way{0};
     std::vector<uint32_t> accepted(kProducers, 0);
-    std::vector<std::thread> producers;
-    for (uint32_t p = 0; p < kProducers; ++p) {
-        producers.emplace_back([&, p] {
+    std::vector<std::vector<uintptr_t>> popped(kConsumers);
+    bool consumed[kConsumers] = {};
+    // Thread 0 closes the queue once every producer is half-way through.
+    varn_test::runOnThreads(1 + kProducers + kConsumers, [&](int index) {
+        if (index == 0) {
+            EXPECT_TRUE(varn_test::waitFor([&] { return half_way.load() == kProducers; }));
+            EXPECT_EQ(0, queue->close());  // also when the wait failed, so that all end
+        } else if (index <= kProducers) {
+            const uint32_t p = static_cast<uint32_t>(index - 1);
             for (uint32_t seq = 0; seq < kPerProducer; ++seq) {
-                if (seq == kPerProducer / 2) half_way.count_down();
+                if (seq == kPerProducer / 2) ++half_way;
                 const int rc = queue->push(encode(p, seq));
                 if (rc == 3) break;  // closed: this and every later push are refused
                 ASSERT_EQ(0, rc);
                 accepted[p] = seq + 1;
             }
-        });
-    }
-    half_way.wait();
-    ASSERT_EQ(0, queue->close());
-    for (std::thread& producer : producers) producer.join();
-    for (std::unique_ptr<Thread>& thread : consumer_threads) ASSERT_EQ(0, thread->join());
+        } else {
+            const int c = index - 1 - kProducers;
+            consumed[c] = consume(queue.get(), c == 0, &popped[c]);
+        }
+    });
 
     std::vector<std::vector<int>> seen(kProducers);
     for (uint32_t p = 0; p < kProducers; ++p) {
         EXPECT_GE(accepted[p], kPerProducer / 2);
         seen[p].assign(accepted[p], 0);
     }
-    for (const std::unique_ptr<Consumer>& consumer : consumers) {
-        EXPECT_FALSE(consumer->failed_);
+    for (int c = 0; c < kConsumers; ++c) {
+        EXPECT_TRUE(consumed[c]);
         std::vector<int64_t> last_seq(kProducers, -1);
-        for (void* item : consumer->popped_) {
-            const uint32_t p = producer_of(item);
-            const uint32_t seq = seq_of(item);
+        for (uintptr_t item : popped[c]) {
+            const uint32_t p = static_cast<uint32_t>(item >> 32);
+            const uint32_t seq = static_cast<uint32_t>(item & 0xffffffffu) - 1u;
             ASSERT_LT(p, static_cast<uint32_t>(kProducers));
             ASSERT_LT(seq, accepted[p]) << "popped an item whose push was refused";
             EXPECT_GT(static_cast<int64_t>(seq), last_seq[p]) << "producer " << p << " reordered";
@@ -144,25 +99,23 @@ TEST(BlockingQueueStressTest, CloseWakesEveryWaiter) {
     log_set_global_level(EL_VERBOSE);
     varn_test::LogCapture log;
     std::unique_ptr<BlockingQueue> queue(BlockingQueue::createInstance("Stress", true));
-    std::vector<std::unique_ptr<Consumer>> consumers;
-    std::vector<std::unique_ptr<Thread>> threads;
+    std::vector<std::vector<uintptr_t>> popped(kConsumers);
+    bool consumed[kConsumers] = {};
+    varn_test::runOnThreads(1 + kConsumers, [&](int index) {
+        if (index > 0) {
+            consumed[index - 1] = consume(queue.get(), false, &popped[index - 1]);
+            return;
+        }
+        // Each waiter logs "about to wait" with the queue's mutex held, just
+        // before blocking on the condition variable.
+        EXPECT_TRUE(varn_test::waitFor(
+                [&] { return log.count("about to wait") == static_cast<size_t>(kConsumers); },
+                30000));
+        EXPECT_EQ(0, queue->close());
+    });
     for (int c = 0; c < kConsumers; ++c) {
-        consumers.emplace_back(new Consumer(queue.get(), false));
-        threads.emplace_back(Thread::createInstance("Waiter", consumers.back().get(), false));
-        ASSERT_EQ(0, threads.back()->launch());
-    }
-    // Each waiter logs "about to wait" with the queue's mutex held, just
-    // before blocking on the condition variable.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (log.count("[BlockingQueue] about to wait") < static_cast<size_t>(kConsumers)) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-        std::this_thread::yield();
-    }
-    ASSERT_EQ(0, queue->close());
-    for (std::unique_ptr<Thread>& thread : threads) ASSERT_EQ(0, thread->join());
-    for (const std::unique_ptr<Consumer>& consumer : consumers) {
-        EXPECT_FALSE(consumer->failed_);
-        EXPECT_TRUE(consumer->popped_.empty());
+        EXPECT_TRUE(consumed[c]);
+        EXPECT_TRUE(popped[c].empty());
     }
     log_set_global_level(EL_LOG_OFF);
 }

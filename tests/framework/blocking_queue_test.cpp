@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <memory>
-#include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 #include <vel_loc_fw/log_util.h>
 
 #include "log_capture.h"
+#include "stress_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -24,19 +24,6 @@ class BlockingQueueTest : public ::testing::Test {
     static std::unique_ptr<BlockingQueue> make(const char* name, bool verbose = false) {
         return std::unique_ptr<BlockingQueue>(BlockingQueue::createInstance(name, verbose));
     }
-
-    // Returns once `needle` has been logged `times` times; the verbose queue
-    // logs "about to wait" right before it blocks, which orders the test's
-    // next step after the waiter without sleeping.
-    bool wait_for_log(const std::string& needle, size_t times = 1) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (log_.count(needle) < times) {
-            if (std::chrono::steady_clock::now() > deadline) return false;
-            std::this_thread::yield();
-        }
-        return true;
-    }
-
     varn_test::LogCapture log_;
 };
 
@@ -57,34 +44,23 @@ TEST_F(BlockingQueueTest, PopsInPushOrderWhateverTheInterleaving) {
             ASSERT_EQ(item_at(popped++), got);
         }
     }
-    void* got = &got;
-    ASSERT_EQ(0, queue->pop(&got, TimeDiff(true), nullptr));
-    EXPECT_EQ(nullptr, got);
     EXPECT_EQ(0u, log_.count("[Q]")) << log_.dump();
-}
 
-TEST_F(BlockingQueueTest, NonPositiveTimeoutReturnsAtOnceWhenEmpty) {
-    auto queue = make("Q");
-    TimeDiff negative(true);
-    negative.add_msec(-5);
-    for (const TimeDiff& timeout : {TimeDiff(true), negative}) {
+    // Empty: a time-out of zero or less returns at once, a positive one is
+    // waited out.
+    for (int timeout_ms : {0, -5, 30}) {
+        SCOPED_TRACE(timeout_ms);
+        TimeDiff timeout(true);
+        timeout.add_msec(timeout_ms);
         void* got = &got;
         bool closed = true;
+        const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(0, queue->pop(&got, timeout, &closed));
+        EXPECT_GE(std::chrono::steady_clock::now() - start,
+                  std::chrono::milliseconds(timeout_ms - 1));
         EXPECT_EQ(nullptr, got);
         EXPECT_FALSE(closed);
     }
-}
-
-TEST_F(BlockingQueueTest, PositiveTimeoutWaitsItOut) {
-    auto queue = make("Q");
-    TimeDiff timeout(true);
-    timeout.add_msec(30);
-    void* got = &got;
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(0, queue->pop(&got, timeout, nullptr));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(29));
-    EXPECT_EQ(nullptr, got);
 }
 
 TEST_F(BlockingQueueTest, UnlimitedPopBlocksUntilPushOrClose) {
@@ -92,19 +68,28 @@ TEST_F(BlockingQueueTest, UnlimitedPopBlocksUntilPushOrClose) {
     int item = 0;
     void* got = nullptr;
     bool closed = true;
+    // The verbose queue logs "about to wait" right before it blocks, which
+    // orders the next step after the waiter without sleeping.
     std::thread waiter([&] { EXPECT_EQ(0, queue->pop(&got, TimeDiff(false), &closed)); });
-    ASSERT_TRUE(wait_for_log("[BlockingQueue] about to wait"));
+    ASSERT_TRUE(varn_test::waitFor([&] { return log_.count("about to wait") == 1; }));
     EXPECT_EQ(0, queue->push(&item));
     waiter.join();
     EXPECT_EQ(&item, got);
     EXPECT_FALSE(closed);
 
     std::thread closed_waiter([&] { EXPECT_EQ(0, queue->pop(&got, TimeDiff(false), &closed)); });
-    ASSERT_TRUE(wait_for_log("[BlockingQueue] about to wait", 2));
+    ASSERT_TRUE(varn_test::waitFor([&] { return log_.count("about to wait") == 2; }));
     EXPECT_EQ(0, queue->close());
     closed_waiter.join();
     EXPECT_EQ(nullptr, got);
     EXPECT_TRUE(closed);
+    for (const char* text : {"[BlockingQueue] about to lock for state modification",
+                             "[BlockingQueue] just acquired lock for state modification",
+                             "[BlockingQueue] about to signal", "[BlockingQueue] about to unlock",
+                             "[BlockingQueue] unlocked"}) {
+        EXPECT_TRUE(log_.contains(text)) << text << "\n" << log_.dump();
+    }
+    EXPECT_FALSE(log_.contains("[Q]"));  // steps carry the waitable's name
 }
 
 TEST_F(BlockingQueueTest, CloseRefusesPushesAndDrainsInOrder) {
@@ -127,62 +112,40 @@ TEST_F(BlockingQueueTest, CloseRefusesPushesAndDrainsInOrder) {
     EXPECT_FALSE(log_.contains("pop: queue is already closed"));
     ASSERT_EQ(0, queue->pop(&got, TimeDiff(false), nullptr));
     EXPECT_TRUE(log_.contains("[Q] pop: queue is already closed")) << log_.dump();
+
+    queue.reset();  // drained: nothing to report
+    // Destroyed with items left: reported, the items left alone.
+    queue = make("Q");
+    ASSERT_EQ(0, queue->push(&a));
+    queue.reset();
+    EXPECT_EQ(1u, log_.count("[Q] ~BlockingQueueImpl: memory leak")) << log_.dump();
+    EXPECT_EQ(1, a);
+    EXPECT_EQ(1u, log_.count("memory leak"));
 }
 
-TEST_F(BlockingQueueTest, NullItemPointerIsRefused) {
+TEST_F(BlockingQueueTest, NullItemPointerAndDeprecatedPop) {
     auto queue = make(nullptr);
     EXPECT_EQ(2, queue->pop(nullptr, TimeDiff(true), nullptr));
     EXPECT_TRUE(log_.contains("[BlockingQueue] pop: error: 2")) << log_.dump();
     EXPECT_EQ(2, queue->pop(nullptr, static_cast<const timespec*>(nullptr), nullptr));
     EXPECT_TRUE(log_.contains("[BlockingQueue] pop 0: error: 2")) << log_.dump();
-}
 
-TEST_F(BlockingQueueTest, DeprecatedPopWarnsEveryCallAndHonoursDeadline) {
-    auto queue = make("Q");
+    // The deadline form warns on every call and honours its deadline.
     int item = 0;
     void* got = &got;
-    Timestamp past(CLOCK_REALTIME);
     TimeDiff one_sec(true);
     one_sec.add_sec(1);
-    past = past - one_sec;
+    const Timestamp past = Timestamp(CLOCK_REALTIME) - one_sec;
     EXPECT_EQ(0, queue->pop(&got, past.getTimestampPtr(), nullptr));
     EXPECT_EQ(nullptr, got);
-
     ASSERT_EQ(0, queue->push(&item));
     const Timestamp future = Timestamp(CLOCK_REALTIME) + one_sec;
     EXPECT_EQ(0, queue->pop(&got, future.getTimestampPtr(), nullptr));
     EXPECT_EQ(&item, got);
-
     ASSERT_EQ(0, queue->push(&item));
     EXPECT_EQ(0, queue->pop(&got, static_cast<const timespec*>(nullptr), nullptr));
     EXPECT_EQ(&item, got);
-    EXPECT_EQ(3u, log_.count("[Q] pop 0: deprecated.")) << log_.dump();
-}
-
-TEST_F(BlockingQueueTest, DestroyingWithItemsWarnsAndLeavesThemAlone) {
-    auto queue = make("Q");
-    int a = 7, b = 8;
-    ASSERT_EQ(0, queue->push(&a));
-    ASSERT_EQ(0, queue->push(&b));
-    queue.reset();
-    EXPECT_TRUE(log_.contains("[Q] ~BlockingQueueImpl: memory leak")) << log_.dump();
-    EXPECT_EQ(7, a);
-    EXPECT_EQ(8, b);
-
-    make("Q").reset();
-    EXPECT_EQ(1u, log_.count("memory leak"));
-}
-
-TEST_F(BlockingQueueTest, VerboseStepsUseTheWaitableName) {
-    auto queue = make("MyQ", true);
-    ASSERT_EQ(0, queue->push(nullptr));
-    for (const char* text : {"[BlockingQueue] about to lock for state modification",
-                             "[BlockingQueue] just acquired lock for state modification",
-                             "[BlockingQueue] about to signal", "[BlockingQueue] about to unlock",
-                             "[BlockingQueue] unlocked"}) {
-        EXPECT_TRUE(log_.contains(text)) << text << "\n" << log_.dump();
-    }
-    EXPECT_FALSE(log_.contains("[MyQ]"));
+    EXPECT_EQ(4u, log_.count("[BlockingQueue] pop 0: deprecated.")) << log_.dump();
 }
 
 TEST_F(BlockingQueueTest, FailedWaitKeepsTheQueueLocked) {
@@ -195,19 +158,18 @@ TEST_F(BlockingQueueTest, FailedWaitKeepsTheQueueLocked) {
     void* got = &got;
     EXPECT_EQ(4, queue->pop(&got, malformed, nullptr));
     EXPECT_EQ(nullptr, got);
-    EXPECT_TRUE(log_.contains("[BlockingQueue] lock_and_wait: pthread_cond_wait error:"));
-    EXPECT_TRUE(log_.contains("[BlockingQueue] WaitableBase: lock_and_wait error: 15"));
-    EXPECT_TRUE(log_.contains("[Q] pop: error: 4")) << log_.dump();
-
     // Still held by this thread: the error-checking mutex refuses to relock.
     int item = 0;
     EXPECT_EQ(2, queue->push(&item));
-    EXPECT_TRUE(log_.contains("[BlockingQueue] lock : result 3"));
     EXPECT_EQ(2, queue->close());
-    EXPECT_TRUE(log_.contains("[Q] close: error: 2")) << log_.dump();
     EXPECT_EQ(10, queue->pop(&got, static_cast<const timespec*>(nullptr), nullptr));
-    EXPECT_TRUE(log_.contains("[BlockingQueue] WaitableBase: lock_and_wait error: 2"));
-    EXPECT_TRUE(log_.contains("[Q] pop 0: error: 10")) << log_.dump();
+    for (const char* text :
+         {"[BlockingQueue] lock_and_wait: pthread_cond_wait error:",
+          "[BlockingQueue] WaitableBase: lock_and_wait error: 15", "[Q] pop: error: 4",
+          "[BlockingQueue] lock : result 3", "[Q] close: error: 2",
+          "[BlockingQueue] WaitableBase: lock_and_wait error: 2", "[Q] pop 0: error: 10"}) {
+        EXPECT_TRUE(log_.contains(text)) << text << "\n" << log_.dump();
+    }
 }
 
 }  // namespace

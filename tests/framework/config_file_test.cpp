@@ -12,9 +12,10 @@
 namespace vel_loc_fw {
 namespace {
 
-std::unique_ptr<ConfigFile> load(const std::string& content, size_t max_line = 1023) {
+std::unique_ptr<ConfigFile> load(const std::string& content, size_t max_line = 1023,
+                                 bool verbose = false) {
     const std::string path = varn_test::write_temp_file(content);
-    return std::unique_ptr<ConfigFile>(ConfigFile::createInstance(path.c_str(), max_line, false));
+    return std::unique_ptr<ConfigFile>(ConfigFile::createInstance(path.c_str(), max_line, verbose));
 }
 
 class ConfigFileTest : public testing::Test {
@@ -27,47 +28,55 @@ class ConfigFileTest : public testing::Test {
 TEST_F(ConfigFileTest, GrammarAcceptsOrRejectsWholeFiles) {
     const struct {
         const char* content;
+        size_t max_line;
         int result;  // 0: loaded; else the code in the load report
         int line;
     } kCases[] = {
-            {"  KEY =  some value  \n", 0, 1},
-            {"# comment\n\n\t \nKEY=1\n", 0, 4},
-            {"KEY=\"\"\n", 0, 1},
-            {"KEY = a # b\n", 0, 1},
-            {"K_1-x=\"quoted\"", 0, 1},  // no final newline
-            {"KEY=\n", 112, 1},
-            {"KEY=\"\n", 112, 1},
-            {"KEY=\"abc\n", 112, 1},
-            {"_KEY = 1\n", 110, 1},
-            {"1KEY = 1\n", 110, 1},
-            {"KEY x = 1\n", 111, 1},
-            {"KEY\n", 111, 1},
-            {"A=1\nB=2\n=3\n", 110, 3},
+            {"# comment\n\n\t \nKEY=1\n", 1023, 0, 4},
+            {"K_1-x=\"quoted\"", 1023, 0, 1},  // no final newline
+            {"A=123456\n", 10, 0, 1},          // the newline counts towards the limit
+            {"A=1234567\n", 10, 101, 1},
+            {"KEY=\n", 1023, 112, 1},
+            {"KEY=\"\n", 1023, 112, 1},
+            {"KEY=\"abc\n", 1023, 112, 1},
+            {"_KEY = 1\n", 1023, 110, 1},
+            {"1KEY = 1\n", 1023, 110, 1},
+            {"KEY x = 1\n", 1023, 111, 1},
+            {"KEY\n", 1023, 111, 1},
+            {"A=1\nB=2\n=3\n", 1023, 110, 3},
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.content);
         capture_.clear();
-        auto config = load(c.content);
+        auto config = load(c.content, c.max_line);
         ASSERT_NE(nullptr, config);
         EXPECT_EQ(c.result == 0, config->isLoaded());
         if (c.result != 0) {
-            const std::string report = "cannot load config file result [" +
-                                       std::to_string(c.result) + "]";
-            EXPECT_EQ(1u, capture_.count(report)) << capture_.dump();
+            EXPECT_EQ(1u, capture_.count("cannot load config file result [" +
+                                         std::to_string(c.result) + "]"))
+                    << capture_.dump();
             EXPECT_EQ(1u, capture_.count("line[" + std::to_string(c.line) + "]"));
         }
     }
+    std::unique_ptr<ConfigFile> missing(
+            ConfigFile::createInstance("/nonexistent/varn.conf", 1023, false));
+    EXPECT_FALSE(missing->isLoaded());
+    EXPECT_EQ(1u, capture_.count("result [3] [/nonexistent/varn.conf], error [2]"));
+    std::unique_ptr<ConfigFile> null_path(ConfigFile::createInstance(nullptr, 1023, false));
+    EXPECT_FALSE(null_path->isLoaded());
+    EXPECT_EQ(1u, capture_.count("result [2]"));
 }
 
 TEST_F(ConfigFileTest, ValuesAreTrimmedUnquotedAndLastDefinitionWins) {
-    auto config = load("  KEY =  some value  \nQ=\"  spaced \"\nE=\"\"\nH = a # b\nT=ends\"\n"
-                       "D=1\nX=2\nD=3\n");
+    auto config =
+            load("  KEY =  some value  \nQ=\"  spaced \"\nE=\"\"\nH = a # b\nT=ends\"\n"
+                 "D=1\nX=2\nD=3\n");
     ASSERT_TRUE(config->isLoaded());
     const struct {
         const char* name;
         const char* value;
     } kValues[] = {{"KEY", "some value"}, {"Q", "  spaced "}, {"E", ""},
-                   {"H", "a # b"},        {"T", "ends\""},   {"D", "3"}};
+                   {"H", "a # b"},        {"T", "ends\""},    {"D", "3"}};
     for (const auto& v : kValues) {
         const char* value = nullptr;
         ASSERT_EQ(0, config->getString(v.name, &value)) << v.name;
@@ -78,48 +87,41 @@ TEST_F(ConfigFileTest, ValuesAreTrimmedUnquotedAndLastDefinitionWins) {
     EXPECT_EQ(nullptr, value);
 }
 
-TEST_F(ConfigFileTest, LineLengthLimitCountsTheNewline) {
-    auto too_long = load("A=1234567\n", 10);
-    EXPECT_FALSE(too_long->isLoaded());
-    EXPECT_EQ(1u, capture_.count("result [101]"));
-    EXPECT_EQ(1u, capture_.count("line[1]"));
-    auto fits = load("A=123456\n", 10);
-    EXPECT_TRUE(fits->isLoaded());
-}
-
-TEST_F(ConfigFileTest, MissingFileAndNullPathAreNotLoaded) {
-    std::unique_ptr<ConfigFile> missing(
-            ConfigFile::createInstance("/nonexistent/varn.conf", 1023, false));
-    EXPECT_FALSE(missing->isLoaded());
-    EXPECT_EQ(1u, capture_.count("result [3] [/nonexistent/varn.conf], error [2]"));
-    std::unique_ptr<ConfigFile> null_path(ConfigFile::createInstance(nullptr, 1023, false));
-    EXPECT_FALSE(null_path->isLoaded());
-    EXPECT_EQ(1u, capture_.count("result [2]"));
-}
-
-TEST_F(ConfigFileTest, Int32Conversions) {
-    auto config = load("HEX=0x10\nOCT=010\nNEG=-42\nBIG=3000000000\nJUNK=12abc\nLMAX=99999999999999999999\n"
-                       "E=\"\"\n");
+TEST_F(ConfigFileTest, NumberConversions) {
+    auto config =
+            load("HEX=0x10\nOCT=010\nNEG=-42\nBIG=3000000000\nJUNK=12abc\n"
+                 "LMAX=99999999999999999999\nE=\"\"\nPI=3.25\nHUGE=1e999\nDJUNK=1.5x\n");
     ASSERT_TRUE(config->isLoaded());
     const struct {
         const char* name;
-        int result;
-        int value;
-    } kCases[] = {{"HEX", 0, 16},     {"OCT", 0, 8},   {"NEG", 0, -42}, {"BIG", 105, -1},
-                  {"JUNK", 104, -1},  {"LMAX", 102, -1}, {"E", 101, -1},  {"NONE", 1000, -1}};
+        int int_result, int_value;
+        int double_result;
+        double double_value;
+    } kCases[] = {
+            {"HEX", 0, 16, 0, 16},      {"OCT", 0, 8, 0, 10},         {"NEG", 0, -42, 0, -42},
+            {"BIG", 105, -1, 0, 3e9},   {"JUNK", 104, -1, 103, -1},   {"LMAX", 102, -1, 0, 1e20},
+            {"E", 101, -1, 101, -1},    {"NONE", 1000, -1, 1000, -1}, {"PI", 104, -1, 0, 3.25},
+            {"HUGE", 104, -1, 102, -1}, {"DJUNK", 104, -1, 103, -1},
+    };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.name);
-        int value = -1;
-        EXPECT_EQ(c.result, config->getInt32(c.name, value));
-        EXPECT_EQ(c.value, value);
+        int int_value = -1;
+        EXPECT_EQ(c.int_result, config->getInt32(c.name, int_value));
+        EXPECT_EQ(c.int_value, int_value);
+        double double_value = -1;
+        EXPECT_EQ(c.double_result, config->getDouble(c.name, double_value));
+        EXPECT_EQ(c.double_value, double_value);
     }
     EXPECT_EQ(1u, capture_.count("getInt32 failed [BIG] 105"));
+    EXPECT_EQ(1u, capture_.count("getDouble failed [DJUNK] 103"));
     int value = 0;
     EXPECT_EQ(3, config->getInt32(nullptr, value));
+    double real = 0;
+    EXPECT_EQ(3, config->getDouble(nullptr, real));
 }
 
 TEST_F(ConfigFileTest, DefaultVariants) {
-    auto config = load("ZERO=0\nNEG=-1\nPOS=5\nBAD=x\n");
+    auto config = load("ZERO=0\nNEG=-1\nONE=1\nPOS=5\nBAD=x\n");
     ASSERT_TRUE(config->isLoaded());
     const struct {
         const char* name;
@@ -128,8 +130,11 @@ TEST_F(ConfigFileTest, DefaultVariants) {
         int pnz_result, pnz_value;
         int def_result, def_value;
     } kCases[] = {
-            {"ZERO", 9, 0, 0, 1, 77, 0, 0},      {"NEG", 9, 1, 77, 1, 77, 0, -1},
-            {"POS", 9, 0, 5, 0, 5, 0, 5},        {"NONE", 9, 0, 77, 0, 77, 0, 77},
+            {"ZERO", 9, 0, 0, 1, 77, 0, 0},
+            {"NEG", 9, 1, 77, 1, 77, 0, -1},
+            {"ONE", 9, 0, 1, 0, 1, 0, 1},
+            {"POS", 9, 0, 5, 0, 5, 0, 5},
+            {"NONE", 9, 0, 77, 0, 77, 0, 77},
             {"BAD", 9, 104, 9, 104, 9, 104, 9},  // failed conversion, previous value tested
             {"BAD", -9, 1, 77, 1, 77, 104, -9},
     };
@@ -144,6 +149,9 @@ TEST_F(ConfigFileTest, DefaultVariants) {
         value = c.previous;
         EXPECT_EQ(c.def_result, config->getInt32Default(c.name, value, 77));
         EXPECT_EQ(c.def_value, value);
+        double real = -1;
+        EXPECT_EQ(c.def_result == 104 ? 103 : 0, config->getDoubleDefault(c.name, real, 77.0));
+        EXPECT_EQ(c.def_result == 104 ? -1 : c.def_value, real);
     }
 }
 
@@ -160,23 +168,9 @@ TEST_F(ConfigFileTest, BadLineKeepsEarlierPairsButAnswersNotFound) {
     double d = 0;
     EXPECT_EQ(0, config->getDoubleDefault("GOOD", d, 2.5));
     EXPECT_EQ(2.5, d);
-}
-
-TEST_F(ConfigFileTest, DoubleConversions) {
-    auto config = load("PI=3.25\nHUGE=1e999\nJUNK=1.5x\nE=\"\"\n");
-    const struct {
-        const char* name;
-        int result;
-        double value;
-    } kCases[] = {{"PI", 0, 3.25}, {"HUGE", 102, -1}, {"JUNK", 103, -1}, {"E", 101, -1},
-                  {"NONE", 1000, -1}};
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.name);
-        double value = -1;
-        EXPECT_EQ(c.result, config->getDouble(c.name, value));
-        EXPECT_EQ(c.value, value);
-    }
-    EXPECT_EQ(1u, capture_.count("getDouble failed [JUNK] 103"));
+    ASSERT_EQ(0, config->getStringDup("NAME", &text, "fallback"));
+    EXPECT_STREQ("fallback", text);
+    delete[] text;
 }
 
 TEST_F(ConfigFileTest, StringDupCopiesValueOrDefault) {
@@ -192,22 +186,15 @@ TEST_F(ConfigFileTest, StringDupCopiesValueOrDefault) {
     EXPECT_EQ(3, config->getStringDup(nullptr, &copy, "dflt"));
     EXPECT_EQ(4, config->getStringDup("NAME", nullptr, "dflt"));
     EXPECT_EQ(1u, capture_.count("getStringDup failed [NAME] 4"));
-
-    auto broken = load("bad\n");
-    ASSERT_EQ(0, broken->getStringDup("NAME", &copy, "fallback"));
-    EXPECT_STREQ("fallback", copy);
-    delete[] copy;
 }
 
 TEST_F(ConfigFileTest, VerboseTracesEveryLine) {
-    const std::string path = varn_test::write_temp_file("# c\n\nK = v\n");
-    std::unique_ptr<ConfigFile> config(ConfigFile::createInstance(path.c_str(), 100, true));
-    ASSERT_TRUE(config->isLoaded());
+    ASSERT_TRUE(load("# c\n\nK = v\n", 100, true)->isLoaded());
+    for (const char* text : {"Line[1], skip comment line", "Line[2], skip empty line",
+                             "[ConfigFile] name [K]", "[ConfigFile] value [v]"}) {
+        EXPECT_EQ(1u, capture_.count(text)) << text;
+    }
     EXPECT_EQ(3u, capture_.count("[ConfigFile] line trimed ["));
-    EXPECT_EQ(1u, capture_.count("Line[1], skip comment line"));
-    EXPECT_EQ(1u, capture_.count("Line[2], skip empty line"));
-    EXPECT_EQ(1u, capture_.count("[ConfigFile] name [K]"));
-    EXPECT_EQ(1u, capture_.count("[ConfigFile] value [v]"));
 }
 
 }  // namespace

@@ -180,14 +180,14 @@ TEST_F(LogUtilTest, VerboseEnabledFollowsTheApplicableLevel) {
 
 // A line reads exactly as printf formats "[T] " and the message, whichever
 // conversions it uses and wherever it is cut.
-#define EXPECT_LINE_AS_PRINTF(...)                                                \
-    do {                                                                          \
-        capture_.clear();                                                         \
-        log_info("T", __VA_ARGS__);                                               \
-        char expected[512];                                                       \
-        snprintf(expected, sizeof(expected), "[T] " __VA_ARGS__);                 \
-        ASSERT_EQ(1u, capture_.lines().size());                                   \
-        EXPECT_EQ(std::string(expected), capture_.lines()[0].text);               \
+#define EXPECT_LINE_AS_PRINTF(...)                                  \
+    do {                                                            \
+        capture_.clear();                                           \
+        log_info("T", __VA_ARGS__);                                 \
+        char expected[512];                                         \
+        snprintf(expected, sizeof(expected), "[T] " __VA_ARGS__);   \
+        ASSERT_EQ(1u, capture_.lines().size());                     \
+        EXPECT_EQ(std::string(expected), capture_.lines()[0].text); \
     } while (0)
 
 TEST_F(LogUtilTest, LinesReadAsPrintfFormatsThem) {

@@ -20,7 +20,7 @@ namespace {
 
 class RecordingRunnable : public Runnable {
   public:
-    explicit RecordingRunnable(std::atomic<int>* deletions = nullptr) : deletions_(deletions) {}
+    explicit RecordingRunnable(int* deletions = nullptr) : deletions_(deletions) {}
     ~RecordingRunnable() override {
         if (deletions_ != nullptr) ++*deletions_;
     }
@@ -37,7 +37,7 @@ class RecordingRunnable : public Runnable {
     int runs_ = 0;
 
   private:
-    std::atomic<int>* deletions_;
+    int* deletions_;
 };
 
 class ThreadTest : public ::testing::Test {
@@ -66,25 +66,21 @@ TEST_F(ThreadTest, RunsOnceOnANamedThreadAndEnforcesTheStates) {
     EXPECT_EQ("loc-mq-thread", runnable.thread_name_);
     thread.reset();
     EXPECT_FALSE(log_.contains("still running")) << log_.dump();
-}
 
-TEST_F(ThreadTest, UnnamedThreadReportsAsAutoLock) {
-    RecordingRunnable runnable;
-    std::unique_ptr<Thread> thread(Thread::createInstance(nullptr, &runnable, false));
-    EXPECT_EQ(2, thread->join());
+    // Unnamed: reported as AutoLock.
+    EXPECT_EQ(2,
+              std::unique_ptr<Thread>(Thread::createInstance(nullptr, &runnable, false))->join());
     EXPECT_TRUE(log_.contains("[AutoLock] join: result: 2")) << log_.dump();
 }
 
-TEST_F(ThreadTest, DeletesTheRunnableOnlyWhenAsked) {
-    std::atomic<int> deletions{0};
+TEST_F(ThreadTest, RunnableOwnershipAndNullRunnable) {
+    int deletions = 0;
     RecordingRunnable kept(&deletions);
     delete Thread::createInstance("T", &kept, false);
-    EXPECT_EQ(0, deletions.load());
+    EXPECT_EQ(0, deletions);
     delete Thread::createInstance("T", new RecordingRunnable(&deletions), true);
-    EXPECT_EQ(1, deletions.load());
-}
+    EXPECT_EQ(1, deletions);
 
-TEST_F(ThreadTest, NullRunnableIsReportedButHarmless) {
     std::unique_ptr<Thread> thread(Thread::createInstance("T", nullptr, true));
     EXPECT_TRUE(log_.contains("[T] ThreadImpl: result: 2")) << log_.dump();
     EXPECT_EQ(0, thread->launch());
@@ -108,19 +104,19 @@ TEST(ThreadDeathTest, DeletingALaunchedThreadWarns) {
     // no other thread is alive at this point.
     GTEST_FLAG_SET(death_test_style, "fast");
     EXPECT_EXIT(
-        {
-            log_set_global_level(EL_ERROR);
-            log_set_local_level_for_tag("T", EL_ERROR, EO_STDOUT);
-            dup2(STDERR_FILENO, STDOUT_FILENO);
-            static EndlessRunnable runnable;
-            Thread* thread = Thread::createInstance("T", &runnable, false);
-            thread->launch();
-            while (!runnable.started_) sched_yield();
-            delete thread;
-            fflush(stdout);
-            _exit(0);
-        },
-        ::testing::ExitedWithCode(0), "\\[T\\] ~ThreadImpl: thread is probably still running");
+            {
+                log_set_global_level(EL_ERROR);
+                log_set_local_level_for_tag("T", EL_ERROR, EO_STDOUT);
+                dup2(STDERR_FILENO, STDOUT_FILENO);
+                static EndlessRunnable runnable;
+                Thread* thread = Thread::createInstance("T", &runnable, false);
+                thread->launch();
+                while (!runnable.started_) sched_yield();
+                delete thread;
+                fflush(stdout);
+                _exit(0);
+            },
+            ::testing::ExitedWithCode(0), "\\[T\\] ~ThreadImpl: thread is probably still running");
     GTEST_FLAG_SET(death_test_style, "threadsafe");
 }
 

@@ -25,19 +25,6 @@ class TimeTest : public ::testing::Test {
     void TearDown() override { log_set_global_level(EL_LOG_OFF); }
     varn_test::LogCapture log_;
 };
-// Death tests fork without re-executing the binary, which user-mode
-// emulation (qemu-aarch64) cannot do; no other thread is alive here.
-class TimeDeathTest : public TimeTest {
-  protected:
-    void SetUp() override {
-        TimeTest::SetUp();
-        GTEST_FLAG_SET(death_test_style, "fast");
-    }
-    void TearDown() override {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        TimeTest::TearDown();
-    }
-};
 
 Timestamp stamp(int clock_id, time_t sec, long nsec) {
     timespec time{};
@@ -45,7 +32,11 @@ Timestamp stamp(int clock_id, time_t sec, long nsec) {
     time.tv_nsec = nsec;
     return Timestamp(clock_id, time);
 }
-
+TimeDiff diff_ms(int msec) {
+    TimeDiff diff(true);
+    diff.add_msec(msec);
+    return diff;
+}
 std::string text(const timespec* time) {
     return std::to_string(time->tv_sec) + " s " + std::to_string(time->tv_nsec) + " ns";
 }
@@ -54,54 +45,40 @@ std::string text(time_t sec, long nsec) {
     return text(&time);
 }
 
-// Makes the fatal paths' messages visible to the death-test matcher.
-void route_timestamp_errors_to_stderr() {
-    log_set_global_level(EL_ERROR);
-    log_set_local_level_for_tag("Timestamp", EL_ERROR, EO_STDOUT);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-}
-
 TEST_F(TimeTest, TimeDiffAdditionsCarryOnlyUpward) {
-    struct Case {
-        const char* what;
+    const struct {
         int start_nsec, sec, msec, nsec;
         time_t want_sec;
         long want_nsec;
+        float want_total_sec;
+    } cases[] = {
+            {0, 0, 1500, 0, 1, 500000000, 1.5f},       // msec splits into sec and nsec
+            {0, 0, -1500, 0, -1, -500000000, -1.5f},   // negative msec stays unnormalised
+            {1, 0, 0, 1999999999, 2, 0, 2.0f},         // nsec carries one second at a time
+            {600000000, 0, 400, 0, 1, 0, 1.0f},        // msec remainder carries
+            {0, 1, 0, -300, 1, -300, 0.9999997f},      // negative nsec stays
+            {999999999, 3, 0, 0, 3, 999999999, 4.0f},  // sec adds to seconds only
     };
-    const Case cases[] = {
-        {"msec splits into sec and nsec", 0, 0, 1500, 0, 1, 500000000},
-        {"negative msec stays unnormalised", 0, 0, -1500, 0, -1, -500000000},
-        {"nsec carries one second at a time", 1, 0, 0, 1999999999, 2, 0},
-        {"msec remainder carries", 600000000, 0, 400, 0, 1, 0},
-        {"negative nsec stays", 0, 1, 0, -300, 1, -300},
-        {"sec adds to seconds only", 999999999, 3, 0, 0, 3, 999999999},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(text(c.want_sec, c.want_nsec));
         TimeDiff diff(true);
         ASSERT_EQ(0, diff.add_nsec(c.start_nsec));
         EXPECT_EQ(0, diff.add_sec(c.sec));
         EXPECT_EQ(0, diff.add_msec(c.msec));
         EXPECT_EQ(0, diff.add_nsec(c.nsec));
-        EXPECT_EQ(text(c.want_sec, c.want_nsec), text(diff.getTimeDiffPtr())) << c.what;
+        EXPECT_EQ(text(c.want_sec, c.want_nsec), text(diff.getTimeDiffPtr()));
+        EXPECT_FLOAT_EQ(c.want_total_sec, diff.get_total_sec());
+        EXPECT_FLOAT_EQ(c.want_total_sec * 1000.0f, diff.get_total_msec());
     }
-    TimeDiff diff(true);
-    diff.add_msec(1500);
-    EXPECT_FLOAT_EQ(1500.0f, diff.get_total_msec());
-    EXPECT_FLOAT_EQ(1.5f, diff.get_total_sec());
-    diff.reset(true);
-    diff.add_msec(-250);
-    EXPECT_FLOAT_EQ(-0.25f, diff.get_total_sec());
     EXPECT_TRUE(log_.dump().empty()) << log_.dump();
-}
 
-TEST_F(TimeTest, InvalidTimeDiffRefusesAndReports) {
-    TimeDiff diff(false);
-    EXPECT_FLOAT_EQ(-1.0f, diff.get_total_sec());
-    EXPECT_FLOAT_EQ(-1.0f, diff.get_total_msec());
-    EXPECT_EQ(2, diff.add_sec(1));
-    EXPECT_EQ(2, diff.add_msec(1));
-    EXPECT_EQ(2, diff.add_nsec(1));
-    EXPECT_EQ(text(0, 0), text(diff.getTimeDiffPtr()));
+    TimeDiff invalid(false);
+    EXPECT_FLOAT_EQ(-1.0f, invalid.get_total_sec());
+    EXPECT_FLOAT_EQ(-1.0f, invalid.get_total_msec());
+    EXPECT_EQ(2, invalid.add_sec(1));
+    EXPECT_EQ(2, invalid.add_msec(1));
+    EXPECT_EQ(2, invalid.add_nsec(1));
+    EXPECT_EQ(text(0, 0), text(invalid.getTimeDiffPtr()));
     for (const char* line :
          {"[TimerDiff] get_total_sec failed 2", "[TimerDiff] get_total_msec failed 2",
           "[TimerDiff] add_sec failed 2", "[TimerDiff] add_msec failed 2",
@@ -132,87 +109,85 @@ TEST_F(TimeTest, TimestampClocks) {
 }
 
 TEST_F(TimeTest, StampArithmeticNormalises) {
-    TimeDiff ms200(true);
-    ms200.add_msec(200);
-    TimeDiff back_1500(true);
-    back_1500.add_msec(-1500);  // -1 s -500,000,000 ns
-    const Timestamp sum = stamp(kMono, 5, 900000000) + ms200;
+    const Timestamp sum = stamp(kMono, 5, 900000000) + diff_ms(200);
     EXPECT_EQ(kMono, sum.get_clock_id());
     EXPECT_EQ(text(6, 100000000), text(sum.getTimestampPtr()));
-    EXPECT_EQ(text(4, 900000000), text((stamp(kMono, 5, 100000000) - ms200).getTimestampPtr()));
-    EXPECT_EQ(text(6, 500000000), text((stamp(kMono, 5, 0) - back_1500).getTimestampPtr()));
-    EXPECT_EQ(text(1, 999999900), text((stamp(kMono, 10, 100) - stamp(kMono, 8, 200))
-                                               .getTimeDiffPtr()));
+    EXPECT_EQ(text(4, 900000000),
+              text((stamp(kMono, 5, 100000000) - diff_ms(200)).getTimestampPtr()));
+    EXPECT_EQ(text(6, 500000000), text((stamp(kMono, 5, 0) - diff_ms(-1500)).getTimestampPtr()));
+    EXPECT_EQ(text(1, 999999900),
+              text((stamp(kMono, 10, 100) - stamp(kMono, 8, 200)).getTimeDiffPtr()));
     EXPECT_TRUE(log_.dump().empty()) << log_.dump();
 
     // Before the epoch: reported, returned all the same.
-    TimeDiff two_sec(true);
-    two_sec.add_sec(2);
-    const Timestamp early = stamp(kBoot, 1, 0) - two_sec;
+    const Timestamp early = stamp(kBoot, 1, 0) - diff_ms(2000);
     EXPECT_TRUE(early.is_valid());
     EXPECT_EQ(text(-1, 0), text(early.getTimestampPtr()));
     EXPECT_TRUE(log_.contains("[Timestamp] diff is returning -ve value possible time rollover -1"));
     const TimeDiff back = stamp(kMono, 1, 0) - stamp(kMono, 2, 500);
     EXPECT_TRUE(back.is_valid());
     EXPECT_EQ(text(-2, 999999500), text(back.getTimeDiffPtr()));
-    EXPECT_TRUE(log_.contains("[Timestamp] operator - ts returning -ve value probable time "
-                              "rollover: sec:1/2/-2, nsec:0/500/999999500"))
-        << log_.dump();
+    EXPECT_TRUE(
+            log_.contains("[Timestamp] operator - ts returning -ve value probable time "
+                          "rollover: sec:1/2/-2, nsec:0/500/999999500"))
+            << log_.dump();
 
     // Differences are narrowed to 32-bit seconds on purpose.
     const TimeDiff wide = stamp(kBoot, 3000000000LL, 0) - stamp(kBoot, 0, 0);
     EXPECT_EQ(3000000000LL - 4294967296LL, wide.getTimeDiffPtr()->tv_sec);
-}
 
-TEST_F(TimeTest, Comparisons) {
-    struct Case {
+    const struct {
         time_t a_sec;
         long a_nsec;
         time_t b_sec;
         long b_nsec;
         bool a_ge_b;
+    } comparisons[] = {
+            {5, 7, 5, 7, true},          // equal stamps are >=, not <
+            {5, 1, 5, 2, false},         // one nanosecond earlier
+            {6, 0, 5, 999999999, true},  // the borrow keeps the sign right
+            {4, 999999999, 5, 0, false},
     };
-    const Case cases[] = {
-        {5, 7, 5, 7, true},          // equal stamps are >=, not <
-        {5, 1, 5, 2, false},         // one nanosecond earlier
-        {6, 0, 5, 999999999, true},  // the borrow keeps the sign right
-        {4, 999999999, 5, 0, false},
-    };
-    for (const Case& c : cases) {
-        const Timestamp a = stamp(kMono, c.a_sec, c.a_nsec);
-        const Timestamp b = stamp(kMono, c.b_sec, c.b_nsec);
-        EXPECT_EQ(c.a_ge_b, a >= b) << text(c.a_sec, c.a_nsec);
-        EXPECT_EQ(!c.a_ge_b, a < b) << text(c.a_sec, c.a_nsec);
+    for (const auto& c : comparisons) {
+        SCOPED_TRACE(text(c.a_sec, c.a_nsec));
+        EXPECT_EQ(c.a_ge_b, stamp(kMono, c.a_sec, c.a_nsec) >= stamp(kMono, c.b_sec, c.b_nsec));
+        EXPECT_EQ(!c.a_ge_b, stamp(kMono, c.a_sec, c.a_nsec) < stamp(kMono, c.b_sec, c.b_nsec));
     }
 }
 
-TEST_F(TimeDeathTest, MisuseEndsTheProcess) {
-    EXPECT_EXIT(
-        {
-            route_timestamp_errors_to_stderr();
-            (void)(stamp(kBoot, 1, 0) - stamp(kMono, 1, 0));
-        },
-        ::testing::ExitedWithCode(255),
-        "\\[Timestamp\\] operator - ts: my clock id: 7, his clock id: 1");
-    EXPECT_EXIT(
-        {
-            route_timestamp_errors_to_stderr();
-            (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0));
-        },
-        ::testing::ExitedWithCode(255),
-        "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1");
-    const Timestamp valid = stamp(kMono, 1, 0);
-    const Timestamp invalid(false);
-    const TimeDiff good(true);
-    const TimeDiff bad(false);
-    EXPECT_EXIT((void)(invalid + good), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(valid + bad), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(valid - bad), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(valid - invalid), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(invalid < valid), ::testing::ExitedWithCode(255), "");
+TEST_F(TimeTest, MisuseEndsTheProcess) {
+    // Forked without re-executing the binary, which user-mode emulation
+    // (qemu-aarch64) cannot do; no other thread is alive here.
+    GTEST_FLAG_SET(death_test_style, "fast");
+    const struct {
+        void (*misuse)();
+        const char* message;
+    } cases[] = {
+            {[] { (void)(stamp(kBoot, 1, 0) - stamp(kMono, 1, 0)); },
+             "\\[Timestamp\\] operator - ts: my clock id: 7, his clock id: 1"},
+            {[] { (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0)); },
+             "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1"},
+            {[] { (void)(Timestamp(false) + TimeDiff(true)); }, ""},
+            {[] { (void)(stamp(kMono, 1, 0) + TimeDiff(false)); }, ""},
+            {[] { (void)(stamp(kMono, 1, 0) - TimeDiff(false)); }, ""},
+            {[] { (void)(stamp(kMono, 1, 0) - Timestamp(false)); }, ""},
+            {[] { (void)(Timestamp(false) < stamp(kMono, 1, 0)); }, ""},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EXIT(
+                {
+                    // Makes the error line visible to the matcher.
+                    log_set_global_level(EL_ERROR);
+                    log_set_local_level_for_tag("Timestamp", EL_ERROR, EO_STDOUT);
+                    dup2(STDERR_FILENO, STDOUT_FILENO);
+                    c.misuse();
+                },
+                ::testing::ExitedWithCode(255), c.message);
+    }
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
 }
 
-TEST(TimeMillisTest, RoundHalfUp) {
+TEST(TimeMillisTest, RoundHalfUpAndClockReadings) {
     EXPECT_EQ(6000, time_internal::rounded_ms(timespec{5, 999600000}));
     EXPECT_EQ(5000, time_internal::rounded_ms(timespec{5, 499999}));
     EXPECT_EQ(5001, time_internal::rounded_ms(timespec{5, 500000}));
@@ -224,12 +199,10 @@ TEST(TimeMillisTest, RoundHalfUp) {
     const Timestamp after(kBoot);
     EXPECT_GE(boot_ms, before.getTimestampPtr()->tv_sec * 1000);
     EXPECT_LE(boot_ms, (after.getTimestampPtr()->tv_sec + 1) * 1000);
-    const int64_t rtc_ms = get_time_rtc_ms();
-    EXPECT_NEAR(static_cast<double>(time(nullptr)) * 1000.0, static_cast<double>(rtc_ms), 2000.0);
+    EXPECT_NEAR(static_cast<double>(time(nullptr)) * 1000.0, static_cast<double>(get_time_rtc_ms()),
+                2000.0);
     EXPECT_GE(get_time_monotonic_ms(), Timestamp(kMono).getTimestampPtr()->tv_sec * 1000 - 1000);
-}
 
-TEST(TimeMillisTest, RtcValidityBoundary) {
     EXPECT_FALSE(is_time_rtc_ms_valid(1417569370000LL));
     EXPECT_TRUE(is_time_rtc_ms_valid(1417569370001LL));
     EXPECT_TRUE(is_time_rtc_ms_valid(get_time_rtc_ms()));
