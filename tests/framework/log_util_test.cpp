@@ -24,124 +24,79 @@ class LogUtilTest : public testing::Test {
     varn_test::LogCapture capture_;
 };
 
-void log_at(ERROR_LEVEL level, const char* tag, const char* text) {
-    switch (level) {
-        case EL_ERROR: log_error(tag, "%s", text); break;
-        case EL_WARNING: log_warning(tag, "%s", text); break;
-        case EL_INFO: log_info(tag, "%s", text); break;
-        case EL_DEBUG: log_debug(tag, "%s", text); break;
-        case EL_VERBOSE: log_verbose(tag, "%s", text); break;
-        default: break;
-    }
-}
+using LogFunction = void (*)(const char*, const char*, ...);
+// The message functions from the most to the least severe, with their Android priorities.
+const struct {
+    LogFunction log;
+    int priority;
+} kLevels[] = {{log_error, ANDROID_LOG_ERROR},
+               {log_warning, ANDROID_LOG_WARN},
+               {log_info, ANDROID_LOG_INFO},
+               {log_debug, ANDROID_LOG_DEBUG},
+               {log_verbose, ANDROID_LOG_VERBOSE}};
 
-TEST_F(LogUtilTest, GlobalLevelFiltersAndMapsPriorities) {
+TEST_F(LogUtilTest, LevelsFilterAndMapToPriorities) {
     const struct {
-        ERROR_LEVEL level;
-        int priority;
-    } kLevels[] = {{EL_ERROR, ANDROID_LOG_ERROR},
-                   {EL_WARNING, ANDROID_LOG_WARN},
-                   {EL_INFO, ANDROID_LOG_INFO},
-                   {EL_DEBUG, ANDROID_LOG_DEBUG},
-                   {EL_VERBOSE, ANDROID_LOG_VERBOSE}};
-    for (int threshold = EL_LOG_OFF; threshold <= EL_VERBOSE; ++threshold) {
-        SCOPED_TRACE(threshold);
-        ASSERT_EQ(0, log_set_global_level(static_cast<ERROR_LEVEL>(threshold)));
+        ERROR_LEVEL global;
+        ERROR_LEVEL local;  // for "X"; EL_LOG_OFF with `flushed`: none
+        bool flushed;
+        size_t lines;  // of the five levels logged under "X"
+    } kCases[] = {
+            {EL_LOG_OFF, EL_LOG_OFF, true, 0},  {EL_ERROR, EL_LOG_OFF, true, 1},
+            {EL_WARNING, EL_LOG_OFF, true, 2},  {EL_INFO, EL_LOG_OFF, true, 3},
+            {EL_DEBUG, EL_LOG_OFF, true, 4},    {EL_VERBOSE, EL_LOG_OFF, true, 5},
+            {EL_VERBOSE, EL_ERROR, false, 1},   {EL_LOG_OFF, EL_VERBOSE, false, 5},
+            {EL_VERBOSE, EL_LOG_OFF, false, 0}, {EL_ERROR, EL_DEBUG, false, 4},
+            {EL_DEBUG, EL_VERBOSE, true, 4},  // the tag's own level flushed again
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(std::to_string(c.global) + " " + std::to_string(c.local));
+        ASSERT_EQ(0, log_flush_all_local_level());
+        ASSERT_EQ(0, log_set_global_level(c.global));
+        ASSERT_EQ(0, log_set_local_level_for_tag("Other", EL_VERBOSE));
+        if (!c.flushed || c.local != EL_LOG_OFF) {
+            ASSERT_EQ(0, log_set_local_level_for_tag("X", c.local));
+        }
+        if (c.flushed) log_flush_local_level_for_tag("X");
         capture_.clear();
-        for (const auto& l : kLevels) log_at(l.level, "T", "msg");
+        for (const auto& l : kLevels) l.log("X", "msg");
         const auto lines = capture_.lines();
-        ASSERT_EQ(static_cast<size_t>(threshold), lines.size());
+        ASSERT_EQ(c.lines, lines.size()) << capture_.dump();
         for (size_t i = 0; i < lines.size(); ++i) {
             EXPECT_EQ(kLevels[i].priority, lines[i].priority);
             EXPECT_EQ("ZORLOG", lines[i].tag);
-            EXPECT_EQ("[T] msg", lines[i].text);
+            EXPECT_EQ("[X] msg", lines[i].text);
         }
+        EXPECT_EQ(c.lines == 5, is_log_verbose_enabled("X"));
+        EXPECT_EQ(c.global == EL_VERBOSE, is_log_verbose_enabled(nullptr));
     }
 }
 
-TEST_F(LogUtilTest, LocalLevelOverridesGlobalLevelBothWays) {
-    log_set_global_level(EL_VERBOSE);
-    ASSERT_EQ(0, log_set_local_level_for_tag("X", EL_ERROR));
-    log_error("X", "e");
-    log_warning("X", "w");
-    log_warning("Y", "other tag");
-    EXPECT_EQ(1u, capture_.count("[X] e"));
-    EXPECT_EQ(0u, capture_.count("[X] w"));
-    EXPECT_EQ(1u, capture_.count("[Y] other tag"));
-
-    log_set_global_level(EL_LOG_OFF);
-    ASSERT_EQ(0, log_set_local_level_for_tag("X", EL_VERBOSE));  // changed in place
-    capture_.clear();
-    log_verbose("X", "v");
-    log_error("Y", "silenced");
-    EXPECT_EQ(1u, capture_.count("[X] v"));
-    EXPECT_EQ(0u, capture_.count("silenced"));
-}
-
-TEST_F(LogUtilTest, FlushRemovesOneTagOrAll) {
-    log_set_local_level_for_tag("A", EL_VERBOSE);
-    log_set_local_level_for_tag("B", EL_VERBOSE);
-    ASSERT_EQ(0, log_flush_local_level_for_tag("A"));
-    log_info("A", "a");
-    log_info("B", "b");
-    EXPECT_FALSE(capture_.contains("[A] a"));
-    EXPECT_TRUE(capture_.contains("[B] b"));
-    ASSERT_EQ(0, log_flush_all_local_level());
-    log_info("B", "b2");
-    EXPECT_FALSE(capture_.contains("[B] b2"));
-}
-
-TEST_F(LogUtilTest, NullTagUsesGlobalLevelAndPlainText) {
-    log_set_global_level(EL_ERROR);
-    log_error(nullptr, "abc");
-    const auto lines = capture_.lines();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ("abc", lines[0].text);
-}
-
-// True when `line` is "MM-DD HH:MM:SS.000" followed by `rest`.
-bool matches_stamp(const std::string& line, const std::string& rest) {
-    const std::string shape = "dd-dd dd:dd:dd.000";
-    if (line.size() != shape.size() + rest.size()) return false;
-    for (size_t i = 0; i < shape.size(); ++i) {
-        const bool ok = shape[i] == 'd' ? isdigit(static_cast<unsigned char>(line[i])) != 0
-                                        : line[i] == shape[i];
-        if (!ok) return false;
+TEST_F(LogUtilTest, SingleLines) {
+    log_set_global_level(EL_INFO);
+    const struct {
+        void (*write)();
+        int priority;
+        std::string text;
+    } kCases[] = {
+            {[] { log_error(nullptr, "abc"); }, ANDROID_LOG_ERROR, "abc"},  // no tag: plain
+            {[] { log_info("T", "%s", ""); }, ANDROID_LOG_INFO,
+             "[T] log subsystem message format error"},
+            {[] { log_info("T", "%s", std::string(600, 'x').c_str()); }, ANDROID_LOG_INFO,
+             "[T] " + std::string(507, 'x')},  // cut at 511 characters
+            {[] { log_error_no_lock("T", "n %d", 7); }, ANDROID_LOG_ERROR, "[T] n 7"},
+            {[] { EXPECT_EQ(2, log_set_local_level_for_tag(nullptr, EL_INFO)); }, ANDROID_LOG_ERROR,
+             "[LOG_UTIL] log_set_local_level_for_tag failed 2"},
+    };
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(c.text);
+        capture_.clear();
+        c.write();
+        const auto lines = capture_.lines();
+        ASSERT_EQ(1u, lines.size()) << capture_.dump();
+        EXPECT_EQ(c.priority, lines[0].priority);
+        EXPECT_EQ(c.text, lines[0].text);
     }
-    return line.compare(shape.size(), std::string::npos, rest) == 0;
-}
-
-TEST_F(LogUtilTest, StdoutLineCarriesTimeGlobalTagAndTag) {
-    log_set_local_level_for_tag("T", EL_INFO, static_cast<ERROR_OUTPUT>(EO_ANDROID | EO_STDOUT));
-    varn_test::StdoutCapture out;
-    log_info("T", "abc");
-    const std::string text = out.stop();
-    EXPECT_TRUE(matches_stamp(text, " ZORLOG:[T] abc\n")) << text;
-    EXPECT_EQ(1u, capture_.count("[T] abc"));
-}
-
-TEST_F(LogUtilTest, StdoutOnlyOutputSkipsAndroidLog) {
-    log_set_local_level_for_tag("T", EL_INFO, EO_STDOUT);
-    varn_test::StdoutCapture out;
-    log_info("T", "only stdout");
-    EXPECT_NE(std::string::npos, out.stop().find("ZORLOG:[T] only stdout"));
-    EXPECT_FALSE(capture_.contains("only stdout"));
-}
-
-TEST_F(LogUtilTest, EmptyMessageIsReplaced) {
-    log_set_global_level(EL_INFO);
-    log_info("T", "%s", "");
-    EXPECT_EQ(1u, capture_.count("[T] log subsystem message format error"));
-}
-
-TEST_F(LogUtilTest, LongTextIsCutAt511Characters) {
-    log_set_global_level(EL_INFO);
-    const std::string long_text(600, 'x');
-    log_info("T", "%s", long_text.c_str());
-    const auto lines = capture_.lines();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(511u, lines[0].text.size());
-    EXPECT_EQ("[T] " + std::string(507, 'x'), lines[0].text);
 }
 
 TEST_F(LogUtilTest, GlobalTagIsTruncatedAt63Characters) {
@@ -158,24 +113,25 @@ TEST_F(LogUtilTest, GlobalTagIsTruncatedAt63Characters) {
     EXPECT_EQ(std::string(63, 'u'), capture_.lines().back().tag);
 }
 
-TEST_F(LogUtilTest, NullTagIsRefusedForLocalLevel) {
-    log_set_global_level(EL_ERROR);
-    EXPECT_EQ(2, log_set_local_level_for_tag(nullptr, EL_INFO));
-    EXPECT_EQ(1u, capture_.count("[LOG_UTIL] log_set_local_level_for_tag failed 2"));
-}
-
-TEST_F(LogUtilTest, VerboseEnabledFollowsTheApplicableLevel) {
-    EXPECT_FALSE(is_log_verbose_enabled("T"));
-    log_set_global_level(EL_DEBUG);
-    EXPECT_FALSE(is_log_verbose_enabled("T"));
-    log_set_global_level(EL_VERBOSE);
-    EXPECT_TRUE(is_log_verbose_enabled("T"));
-    EXPECT_TRUE(is_log_verbose_enabled(nullptr));
-    log_set_local_level_for_tag("T", EL_DEBUG);
-    EXPECT_FALSE(is_log_verbose_enabled("T"));
-    log_set_global_level(EL_ERROR);
-    log_set_local_level_for_tag("T", EL_VERBOSE);
-    EXPECT_TRUE(is_log_verbose_enabled("T"));
+TEST_F(LogUtilTest, StandardOutputLineCarriesTimeGlobalTagAndTag) {
+    for (const ERROR_OUTPUT output :
+         {static_cast<ERROR_OUTPUT>(EO_ANDROID | EO_STDOUT), EO_STDOUT}) {
+        SCOPED_TRACE(output);
+        capture_.clear();
+        log_set_local_level_for_tag("T", EL_INFO, output);
+        varn_test::StdoutCapture out;
+        log_info("T", "abc");
+        const std::string line = out.stop();
+        // "MM-DD HH:MM:SS.000 ZORLOG:[T] abc"
+        const std::string shape = "dd-dd dd:dd:dd.000 ZORLOG:[T] abc\n";
+        ASSERT_EQ(shape.size(), line.size()) << line;
+        for (size_t i = 0; i < shape.size(); ++i) {
+            EXPECT_TRUE(shape[i] == 'd' ? isdigit(static_cast<unsigned char>(line[i])) != 0
+                                        : line[i] == shape[i])
+                    << line;
+        }
+        EXPECT_EQ((output & EO_ANDROID) != 0, capture_.contains("[T] abc"));
+    }
 }
 
 // A line reads exactly as printf formats "[T] " and the message, whichever
@@ -216,7 +172,6 @@ TEST_F(LogUtilTest, ManyAndLongTagsEachKeepTheirOwnLevel) {
     for (size_t i = 0; i < tags.size(); ++i) {
         SCOPED_TRACE(tags[i]);
         const bool verbose = i % 2 != 0;
-        EXPECT_EQ(verbose, is_log_verbose_enabled(tags[i].c_str()));
         EXPECT_EQ(verbose, is_log_level_enabled(tags[i].c_str(), EL_DEBUG));
         EXPECT_TRUE(is_log_level_enabled(tags[i].c_str(), EL_ERROR));
         capture_.clear();
@@ -230,15 +185,6 @@ TEST_F(LogUtilTest, ManyAndLongTagsEachKeepTheirOwnLevel) {
     log_debug(std::string(39, 'L').c_str(), "d");
     EXPECT_EQ(2u, capture_.count("] i"));
     EXPECT_FALSE(capture_.contains("] d"));
-}
-
-TEST_F(LogUtilTest, NoLockVariantWritesAtErrorLevel) {
-    log_set_global_level(EL_ERROR);
-    log_error_no_lock("T", "n %d", 7);
-    const auto lines = capture_.lines();
-    ASSERT_EQ(1u, lines.size());
-    EXPECT_EQ(ANDROID_LOG_ERROR, lines[0].priority);
-    EXPECT_EQ("[T] n 7", lines[0].text);
 }
 
 }  // namespace
