@@ -1,3 +1,5 @@
+// Locks and threads.
+#include <vel_loc_fw/mutex.h>
 #include <vel_loc_fw/thread.h>
 
 #include <pthread.h>
@@ -8,6 +10,7 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -18,26 +21,21 @@
 namespace vel_loc_fw {
 namespace {
 
-class RecordingRunnable : public Runnable {
-  public:
-    explicit RecordingRunnable(int* deletions = nullptr) : deletions_(deletions) {}
+// Records where it ran and how often; counts its deletion in `*deletions`.
+struct RecordingRunnable : Runnable {
+    explicit RecordingRunnable(int* deletions = nullptr) : deletions(deletions) {}
     ~RecordingRunnable() override {
-        if (deletions_ != nullptr) ++*deletions_;
+        if (deletions != nullptr) ++*deletions;
     }
     void run() override {
-        ran_on_ = pthread_self();
-        char name[16] = {};
         pthread_getname_np(pthread_self(), name, sizeof(name));
-        thread_name_ = name;
-        ++runs_;
+        ran_on = pthread_self();
+        ++runs;
     }
-
-    pthread_t ran_on_{};
-    std::string thread_name_;
-    int runs_ = 0;
-
-  private:
-    int* deletions_;
+    int* deletions;
+    char name[16] = {};
+    pthread_t ran_on{};
+    int runs = 0;
 };
 
 class ThreadTest : public ::testing::Test {
@@ -46,6 +44,52 @@ class ThreadTest : public ::testing::Test {
     void TearDown() override { log_set_global_level(EL_LOG_OFF); }
     varn_test::LogCapture log_;
 };
+
+TEST_F(ThreadTest, AutoLockHoldsUntilScopeEndsAndReportsFailures) {
+    std::unique_ptr<Mutex> mutex(Mutex::createInstance(nullptr, false));
+    ASSERT_NE(nullptr, mutex);
+    {
+        AutoLock lock(mutex.get(), nullptr);
+        EXPECT_EQ(0, lock.ZeroIfLocked());
+        EXPECT_EQ(1, mutex->lock());  // still held by this thread
+    }
+    EXPECT_EQ(1u, log_.count("[Mutex] lock: pthread_mutex_lock return code: 35, [Resource "
+                             "deadlock avoided]"))
+            << log_.dump();
+    ASSERT_EQ(0, mutex->lock());
+    {
+        AutoLock lock(mutex.get(), "Guard");
+        EXPECT_EQ(1, lock.ZeroIfLocked());
+    }
+    EXPECT_EQ(1u, log_.count("[Guard] AutoLock: lock error: 3"));
+    EXPECT_EQ(0u, log_.count("unlock error"));  // nothing to release
+    EXPECT_EQ(0, mutex->unlock());
+    {
+        AutoLock lock(nullptr, nullptr);
+        EXPECT_EQ(1, lock.ZeroIfLocked());
+    }
+    EXPECT_EQ(1u, log_.count("[AutoLock] AutoLock: lock error: 2"));
+    EXPECT_EQ(1u, log_.count("[AutoLock] AutoLock: unlock error: 2"));
+}
+
+TEST_F(ThreadTest, MutexTracesEachStepAndReportsMisuse) {
+    Mutex* mutex = Mutex::createInstance("Owner", true);
+    ASSERT_EQ(0, mutex->lock());
+    ASSERT_EQ(0, mutex->unlock());
+    ASSERT_EQ(0, mutex->lock());
+    int rc = 0;
+    std::thread([&] { rc = mutex->unlock(); }).join();
+    EXPECT_EQ(1, rc);
+    delete mutex;  // still locked
+    const auto lines = log_.lines();
+    ASSERT_EQ(7u, lines.size()) << log_.dump();
+    EXPECT_EQ("[Owner] lock: about to lock", lines[0].text);
+    EXPECT_EQ("[Owner] lock: just acquired", lines[1].text);
+    EXPECT_EQ("[Owner] lock: just released", lines[2].text);
+    EXPECT_EQ(0u, lines[5].text.rfind("[Owner] unlock: pthread_mutex_unlock error:", 0));
+    EXPECT_EQ("[Owner] ~MutexImpl: pthread_mutex_destroy rc: 16, [Device or resource busy]",
+              lines[6].text);
+}
 
 TEST_F(ThreadTest, RunsOnceOnANamedThreadAndEnforcesTheStates) {
     RecordingRunnable runnable;
@@ -61,9 +105,9 @@ TEST_F(ThreadTest, RunsOnceOnANamedThreadAndEnforcesTheStates) {
     EXPECT_EQ(2, thread->join());
     EXPECT_EQ(2, thread->launch());
 
-    EXPECT_EQ(1, runnable.runs_);
-    EXPECT_FALSE(pthread_equal(pthread_self(), runnable.ran_on_));
-    EXPECT_EQ("loc-mq-thread", runnable.thread_name_);
+    EXPECT_EQ(1, runnable.runs);
+    EXPECT_FALSE(pthread_equal(pthread_self(), runnable.ran_on));
+    EXPECT_STREQ("loc-mq-thread", runnable.name);
     thread.reset();
     EXPECT_FALSE(log_.contains("still running")) << log_.dump();
 

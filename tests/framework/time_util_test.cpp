@@ -26,47 +26,38 @@ class TimeTest : public ::testing::Test {
     varn_test::LogCapture log_;
 };
 
-Timestamp stamp(int clock_id, time_t sec, long nsec) {
-    timespec time{};
-    time.tv_sec = sec;
-    time.tv_nsec = nsec;
-    return Timestamp(clock_id, time);
-}
+Timestamp stamp(int clock_id, time_t sec, long nsec) { return Timestamp(clock_id, {sec, nsec}); }
 TimeDiff diff_ms(int msec) {
     TimeDiff diff(true);
     diff.add_msec(msec);
     return diff;
 }
+// "seconds/nanoseconds"
 std::string text(const timespec* time) {
-    return std::to_string(time->tv_sec) + " s " + std::to_string(time->tv_nsec) + " ns";
-}
-std::string text(time_t sec, long nsec) {
-    const timespec time{sec, nsec};
-    return text(&time);
+    return std::to_string(time->tv_sec) + "/" + std::to_string(time->tv_nsec);
 }
 
 TEST_F(TimeTest, TimeDiffAdditionsCarryOnlyUpward) {
     const struct {
         int start_nsec, sec, msec, nsec;
-        time_t want_sec;
-        long want_nsec;
+        const char* want;
         float want_total_sec;
     } cases[] = {
-            {0, 0, 1500, 0, 1, 500000000, 1.5f},       // msec splits into sec and nsec
-            {0, 0, -1500, 0, -1, -500000000, -1.5f},   // negative msec stays unnormalised
-            {1, 0, 0, 1999999999, 2, 0, 2.0f},         // nsec carries one second at a time
-            {600000000, 0, 400, 0, 1, 0, 1.0f},        // msec remainder carries
-            {0, 1, 0, -300, 1, -300, 0.9999997f},      // negative nsec stays
-            {999999999, 3, 0, 0, 3, 999999999, 4.0f},  // sec adds to seconds only
+            {0, 0, 1500, 0, "1/500000000", 1.5f},      // msec splits into sec and nsec
+            {0, 0, -1500, 0, "-1/-500000000", -1.5f},  // negative msec stays unnormalised
+            {1, 0, 0, 1999999999, "2/0", 2.0f},        // nsec carries one second at a time
+            {600000000, 0, 400, 0, "1/0", 1.0f},       // msec remainder carries
+            {0, 1, 0, -300, "1/-300", 0.9999997f},     // negative nsec stays
+            {999999999, 3, 0, 0, "3/999999999", 4.0f}  // sec adds to seconds only
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(text(c.want_sec, c.want_nsec));
+        SCOPED_TRACE(c.want);
         TimeDiff diff(true);
         ASSERT_EQ(0, diff.add_nsec(c.start_nsec));
         EXPECT_EQ(0, diff.add_sec(c.sec));
         EXPECT_EQ(0, diff.add_msec(c.msec));
         EXPECT_EQ(0, diff.add_nsec(c.nsec));
-        EXPECT_EQ(text(c.want_sec, c.want_nsec), text(diff.getTimeDiffPtr()));
+        EXPECT_EQ(c.want, text(diff.getTimeDiffPtr()));
         EXPECT_FLOAT_EQ(c.want_total_sec, diff.get_total_sec());
         EXPECT_FLOAT_EQ(c.want_total_sec * 1000.0f, diff.get_total_msec());
     }
@@ -78,12 +69,11 @@ TEST_F(TimeTest, TimeDiffAdditionsCarryOnlyUpward) {
     EXPECT_EQ(2, invalid.add_sec(1));
     EXPECT_EQ(2, invalid.add_msec(1));
     EXPECT_EQ(2, invalid.add_nsec(1));
-    EXPECT_EQ(text(0, 0), text(invalid.getTimeDiffPtr()));
+    EXPECT_EQ("0/0", text(invalid.getTimeDiffPtr()));
     for (const char* line :
-         {"[TimerDiff] get_total_sec failed 2", "[TimerDiff] get_total_msec failed 2",
-          "[TimerDiff] add_sec failed 2", "[TimerDiff] add_msec failed 2",
-          "[TimerDiff] add_nsec failed 2", "[TimerDiff] getTimeDiffPtr time diff is invalid"}) {
-        EXPECT_TRUE(log_.contains(line)) << line << "\n" << log_.dump();
+         {"get_total_sec failed 2", "get_total_msec failed 2", "add_sec failed 2",
+          "add_msec failed 2", "add_nsec failed 2", "getTimeDiffPtr time diff is invalid"}) {
+        EXPECT_EQ(1u, log_.count(std::string("[TimerDiff] ") + line)) << line;
     }
 }
 
@@ -92,7 +82,6 @@ TEST_F(TimeTest, TimestampClocks) {
     EXPECT_FALSE(Timestamp(false).is_valid());
     EXPECT_TRUE(Timestamp(true).is_valid_and_default());
     Timestamp ts(kMono);
-    EXPECT_TRUE(ts.is_valid());
     EXPECT_FALSE(ts.is_valid_and_default());
     EXPECT_EQ(0, ts.reset_to_realtime());
     EXPECT_EQ(CLOCK_REALTIME, ts.get_clock_id());
@@ -101,40 +90,37 @@ TEST_F(TimeTest, TimestampClocks) {
     EXPECT_EQ(1, ts.reset_to_clock_id(12345));
     EXPECT_FALSE(ts.is_valid());
     EXPECT_EQ(-1, ts.get_clock_id());
-    EXPECT_EQ(text(0, 0), text(ts.getTimestampPtr()));
-    const std::string failed = "[Timestamp] reset_to_clock_id failed: id(12345) errno(" +
-                               std::to_string(EINVAL) + ")(" + strerror(EINVAL) + ")";
-    EXPECT_TRUE(log_.contains(failed)) << log_.dump();
+    EXPECT_EQ("0/0", text(ts.getTimestampPtr()));
+    EXPECT_TRUE(log_.contains("[Timestamp] reset_to_clock_id failed: id(12345) errno(" +
+                              std::to_string(EINVAL) + ")(" + strerror(EINVAL) + ")"))
+            << log_.dump();
     EXPECT_TRUE(log_.contains("[Timestamp] getTimestampPtr timestamp is invalid"));
 }
 
 TEST_F(TimeTest, StampArithmeticNormalises) {
     const Timestamp sum = stamp(kMono, 5, 900000000) + diff_ms(200);
     EXPECT_EQ(kMono, sum.get_clock_id());
-    EXPECT_EQ(text(6, 100000000), text(sum.getTimestampPtr()));
-    EXPECT_EQ(text(4, 900000000),
-              text((stamp(kMono, 5, 100000000) - diff_ms(200)).getTimestampPtr()));
-    EXPECT_EQ(text(6, 500000000), text((stamp(kMono, 5, 0) - diff_ms(-1500)).getTimestampPtr()));
-    EXPECT_EQ(text(1, 999999900),
-              text((stamp(kMono, 10, 100) - stamp(kMono, 8, 200)).getTimeDiffPtr()));
+    EXPECT_EQ("6/100000000", text(sum.getTimestampPtr()));
+    EXPECT_EQ("4/900000000", text((stamp(kMono, 5, 100000000) - diff_ms(200)).getTimestampPtr()));
+    EXPECT_EQ("6/500000000", text((stamp(kMono, 5, 0) - diff_ms(-1500)).getTimestampPtr()));
+    EXPECT_EQ("1/999999900", text((stamp(kMono, 10, 100) - stamp(kMono, 8, 200)).getTimeDiffPtr()));
     EXPECT_TRUE(log_.dump().empty()) << log_.dump();
 
     // Before the epoch: reported, returned all the same.
     const Timestamp early = stamp(kBoot, 1, 0) - diff_ms(2000);
     EXPECT_TRUE(early.is_valid());
-    EXPECT_EQ(text(-1, 0), text(early.getTimestampPtr()));
+    EXPECT_EQ("-1/0", text(early.getTimestampPtr()));
     EXPECT_TRUE(log_.contains("[Timestamp] diff is returning -ve value possible time rollover -1"));
     const TimeDiff back = stamp(kMono, 1, 0) - stamp(kMono, 2, 500);
     EXPECT_TRUE(back.is_valid());
-    EXPECT_EQ(text(-2, 999999500), text(back.getTimeDiffPtr()));
+    EXPECT_EQ("-2/999999500", text(back.getTimeDiffPtr()));
     EXPECT_TRUE(
             log_.contains("[Timestamp] operator - ts returning -ve value probable time "
                           "rollover: sec:1/2/-2, nsec:0/500/999999500"))
             << log_.dump();
-
     // Differences are narrowed to 32-bit seconds on purpose.
-    const TimeDiff wide = stamp(kBoot, 3000000000LL, 0) - stamp(kBoot, 0, 0);
-    EXPECT_EQ(3000000000LL - 4294967296LL, wide.getTimeDiffPtr()->tv_sec);
+    EXPECT_EQ("-1294967296/0",
+              text((stamp(kBoot, 3000000000LL, 0) - stamp(kBoot, 0, 0)).getTimeDiffPtr()));
 
     const struct {
         time_t a_sec;
@@ -142,14 +128,12 @@ TEST_F(TimeTest, StampArithmeticNormalises) {
         time_t b_sec;
         long b_nsec;
         bool a_ge_b;
-    } comparisons[] = {
-            {5, 7, 5, 7, true},          // equal stamps are >=, not <
-            {5, 1, 5, 2, false},         // one nanosecond earlier
-            {6, 0, 5, 999999999, true},  // the borrow keeps the sign right
-            {4, 999999999, 5, 0, false},
-    };
+    } comparisons[] = {{5, 7, 5, 7, true},  // equal stamps are >=, not <
+                       {5, 1, 5, 2, false},
+                       {6, 0, 5, 999999999, true},  // the borrow keeps the sign right
+                       {4, 999999999, 5, 0, false}};
     for (const auto& c : comparisons) {
-        SCOPED_TRACE(text(c.a_sec, c.a_nsec));
+        SCOPED_TRACE(c.a_sec);
         EXPECT_EQ(c.a_ge_b, stamp(kMono, c.a_sec, c.a_nsec) >= stamp(kMono, c.b_sec, c.b_nsec));
         EXPECT_EQ(!c.a_ge_b, stamp(kMono, c.a_sec, c.a_nsec) < stamp(kMono, c.b_sec, c.b_nsec));
     }
@@ -162,17 +146,15 @@ TEST_F(TimeTest, MisuseEndsTheProcess) {
     const struct {
         void (*misuse)();
         const char* message;
-    } cases[] = {
-            {[] { (void)(stamp(kBoot, 1, 0) - stamp(kMono, 1, 0)); },
-             "\\[Timestamp\\] operator - ts: my clock id: 7, his clock id: 1"},
-            {[] { (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0)); },
-             "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1"},
-            {[] { (void)(Timestamp(false) + TimeDiff(true)); }, ""},
-            {[] { (void)(stamp(kMono, 1, 0) + TimeDiff(false)); }, ""},
-            {[] { (void)(stamp(kMono, 1, 0) - TimeDiff(false)); }, ""},
-            {[] { (void)(stamp(kMono, 1, 0) - Timestamp(false)); }, ""},
-            {[] { (void)(Timestamp(false) < stamp(kMono, 1, 0)); }, ""},
-    };
+    } cases[] = {{[] { (void)(stamp(kBoot, 1, 0) - stamp(kMono, 1, 0)); },
+                  "\\[Timestamp\\] operator - ts: my clock id: 7, his clock id: 1"},
+                 {[] { (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0)); },
+                  "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1"},
+                 {[] { (void)(Timestamp(false) + TimeDiff(true)); }, ""},
+                 {[] { (void)(stamp(kMono, 1, 0) + TimeDiff(false)); }, ""},
+                 {[] { (void)(stamp(kMono, 1, 0) - TimeDiff(false)); }, ""},
+                 {[] { (void)(stamp(kMono, 1, 0) - Timestamp(false)); }, ""},
+                 {[] { (void)(Timestamp(false) < stamp(kMono, 1, 0)); }, ""}};
     for (const auto& c : cases) {
         EXPECT_EXIT(
                 {
@@ -196,16 +178,12 @@ TEST(TimeMillisTest, RoundHalfUpAndClockReadings) {
 
     const Timestamp before(kBoot);
     const int64_t boot_ms = get_time_boot_ms();
-    const Timestamp after(kBoot);
     EXPECT_GE(boot_ms, before.getTimestampPtr()->tv_sec * 1000);
-    EXPECT_LE(boot_ms, (after.getTimestampPtr()->tv_sec + 1) * 1000);
-    EXPECT_NEAR(static_cast<double>(time(nullptr)) * 1000.0, static_cast<double>(get_time_rtc_ms()),
-                2000.0);
+    EXPECT_LE(boot_ms, (Timestamp(kBoot).getTimestampPtr()->tv_sec + 1) * 1000);
+    EXPECT_NEAR(time(nullptr) * 1000.0, static_cast<double>(get_time_rtc_ms()), 2000.0);
     EXPECT_GE(get_time_monotonic_ms(), Timestamp(kMono).getTimestampPtr()->tv_sec * 1000 - 1000);
-
     EXPECT_FALSE(is_time_rtc_ms_valid(1417569370000LL));
     EXPECT_TRUE(is_time_rtc_ms_valid(1417569370001LL));
-    EXPECT_TRUE(is_time_rtc_ms_valid(get_time_rtc_ms()));
 }
 
 }  // namespace
