@@ -1,13 +1,9 @@
 #include <vel_loc_fw/config_file.h>
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <string>
 
-#include <vel_loc_fw/log_util.h>
-
-#include "log_capture.h"
+#include "framework_test_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -18,12 +14,7 @@ std::unique_ptr<ConfigFile> load(const std::string& content, size_t max_line = 1
     return std::unique_ptr<ConfigFile>(ConfigFile::createInstance(path.c_str(), max_line, verbose));
 }
 
-class ConfigFileTest : public testing::Test {
-  protected:
-    void SetUp() override { log_set_global_level(EL_VERBOSE); }
-    void TearDown() override { log_set_global_level(EL_LOG_OFF); }
-    varn_test::LogCapture capture_;
-};
+using ConfigFileTest = varn_test::VerboseLogTest;
 
 TEST_F(ConfigFileTest, GrammarAcceptsOrRejectsWholeFiles) {
     const struct {
@@ -47,24 +38,24 @@ TEST_F(ConfigFileTest, GrammarAcceptsOrRejectsWholeFiles) {
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.content);
-        capture_.clear();
+        log_.clear();
         auto config = load(c.content, c.max_line);
         ASSERT_NE(nullptr, config);
         EXPECT_EQ(c.result == 0, config->isLoaded());
         if (c.result != 0) {
-            EXPECT_EQ(1u, capture_.count("cannot load config file result [" +
-                                         std::to_string(c.result) + "]"))
-                    << capture_.dump();
-            EXPECT_EQ(1u, capture_.count("line[" + std::to_string(c.line) + "]"));
+            EXPECT_EQ(1u, log_.count("cannot load config file result [" + std::to_string(c.result) +
+                                     "]"))
+                    << log_.dump();
+            EXPECT_EQ(1u, log_.count("line[" + std::to_string(c.line) + "]"));
         }
     }
     std::unique_ptr<ConfigFile> missing(
             ConfigFile::createInstance("/nonexistent/varn.conf", 1023, false));
     EXPECT_FALSE(missing->isLoaded());
-    EXPECT_EQ(1u, capture_.count("result [3] [/nonexistent/varn.conf], error [2]"));
+    EXPECT_EQ(1u, log_.count("result [3] [/nonexistent/varn.conf], error [2]"));
     std::unique_ptr<ConfigFile> null_path(ConfigFile::createInstance(nullptr, 1023, false));
     EXPECT_FALSE(null_path->isLoaded());
-    EXPECT_EQ(1u, capture_.count("result [2]"));
+    EXPECT_EQ(1u, log_.count("result [2]"));
 }
 
 TEST_F(ConfigFileTest, ValuesAreTrimmedUnquotedAndLastDefinitionWins) {
@@ -112,8 +103,8 @@ TEST_F(ConfigFileTest, NumberConversions) {
         EXPECT_EQ(c.double_result, config->getDouble(c.name, double_value));
         EXPECT_EQ(c.double_value, double_value);
     }
-    EXPECT_EQ(1u, capture_.count("getInt32 failed [BIG] 105"));
-    EXPECT_EQ(1u, capture_.count("getDouble failed [DJUNK] 103"));
+    EXPECT_EQ(1u, log_.count("getInt32 failed [BIG] 105"));
+    EXPECT_EQ(1u, log_.count("getDouble failed [DJUNK] 103"));
     int value = 0;
     EXPECT_EQ(3, config->getInt32(nullptr, value));
     double real = 0;
@@ -161,10 +152,10 @@ TEST_F(ConfigFileTest, BadLineKeepsEarlierPairsButAnswersNotFound) {
     int value = 0;
     EXPECT_EQ(0, config->getInt32Default("GOOD", value, 11));
     EXPECT_EQ(11, value);
-    EXPECT_EQ(1u, capture_.count("[ConfigFile] getInt32 m_loaded is false"));
+    EXPECT_EQ(1u, log_.count("[ConfigFile] getInt32 m_loaded is false"));
     const char* text = nullptr;
     EXPECT_EQ(2, config->getString("GOOD", &text));
-    EXPECT_EQ(1u, capture_.count("getString failed [GOOD] 2"));
+    EXPECT_EQ(1u, log_.count("getString failed [GOOD] 2"));
     double d = 0;
     EXPECT_EQ(0, config->getDoubleDefault("GOOD", d, 2.5));
     EXPECT_EQ(2.5, d);
@@ -185,16 +176,16 @@ TEST_F(ConfigFileTest, StringDupCopiesValueOrDefault) {
     EXPECT_EQ(1000, config->getStringDup("NONE", &copy, nullptr));
     EXPECT_EQ(3, config->getStringDup(nullptr, &copy, "dflt"));
     EXPECT_EQ(4, config->getStringDup("NAME", nullptr, "dflt"));
-    EXPECT_EQ(1u, capture_.count("getStringDup failed [NAME] 4"));
+    EXPECT_EQ(1u, log_.count("getStringDup failed [NAME] 4"));
 }
 
 TEST_F(ConfigFileTest, VerboseTracesEveryLine) {
     ASSERT_TRUE(load("# c\n\nK = v\n", 100, true)->isLoaded());
     for (const char* text : {"Line[1], skip comment line", "Line[2], skip empty line",
                              "[ConfigFile] name [K]", "[ConfigFile] value [v]"}) {
-        EXPECT_EQ(1u, capture_.count(text)) << text;
+        EXPECT_EQ(1u, log_.count(text)) << text;
     }
-    EXPECT_EQ(3u, capture_.count("[ConfigFile] line trimed ["));
+    EXPECT_EQ(3u, log_.count("[ConfigFile] line trimed ["));
 }
 
 }  // namespace

@@ -12,11 +12,7 @@
 #include <string>
 #include <thread>
 
-#include <gtest/gtest.h>
-
-#include <vel_loc_fw/log_util.h>
-
-#include "log_capture.h"
+#include "framework_test_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -38,12 +34,7 @@ struct RecordingRunnable : Runnable {
     int runs = 0;
 };
 
-class ThreadTest : public ::testing::Test {
-  protected:
-    void SetUp() override { log_set_global_level(EL_VERBOSE); }
-    void TearDown() override { log_set_global_level(EL_LOG_OFF); }
-    varn_test::LogCapture log_;
-};
+using ThreadTest = varn_test::VerboseLogTest;
 
 TEST_F(ThreadTest, AutoLockHoldsUntilScopeEndsAndReportsFailures) {
     std::unique_ptr<Mutex> mutex(Mutex::createInstance(nullptr, false));

@@ -6,12 +6,8 @@
 
 #include <string>
 
-#include <gtest/gtest.h>
-
-#include <vel_loc_fw/log_util.h>
-
 #include "framework/time_util_internal.h"
-#include "log_capture.h"
+#include "framework_test_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -19,12 +15,7 @@ namespace {
 constexpr int kBoot = CLOCK_BOOTTIME;
 constexpr int kMono = CLOCK_MONOTONIC;
 
-class TimeTest : public ::testing::Test {
-  protected:
-    void SetUp() override { log_set_global_level(EL_VERBOSE); }
-    void TearDown() override { log_set_global_level(EL_LOG_OFF); }
-    varn_test::LogCapture log_;
-};
+using TimeTest = varn_test::VerboseLogTest;
 
 Timestamp stamp(int clock_id, time_t sec, long nsec) { return Timestamp(clock_id, {sec, nsec}); }
 TimeDiff diff_ms(int msec) {
