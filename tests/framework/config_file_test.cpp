@@ -23,18 +23,14 @@ TEST_F(ConfigFileTest, GrammarAcceptsOrRejectsWholeFiles) {
         int result;  // 0: loaded; else the code in the load report
         int line;
     } kCases[] = {
-            {"# comment\n\n\t \nKEY=1\n", 1023, 0, 4},
-            {"K_1-x=\"quoted\"", 1023, 0, 1},  // no final newline
-            {"A=123456\n", 10, 0, 1},          // the newline counts towards the limit
-            {"A=1234567\n", 10, 101, 1},
-            {"KEY=\n", 1023, 112, 1},
-            {"KEY=\"\n", 1023, 112, 1},
-            {"KEY=\"abc\n", 1023, 112, 1},
-            {"_KEY = 1\n", 1023, 110, 1},
-            {"1KEY = 1\n", 1023, 110, 1},
-            {"KEY x = 1\n", 1023, 111, 1},
-            {"KEY\n", 1023, 111, 1},
-            {"A=1\nB=2\n=3\n", 1023, 110, 3},
+            // clang-format off
+            {"# comment\n\n\t \nKEY=1\n", 1023, 0, 4}, {"K_1-x=\"quoted\"", 1023, 0, 1},
+            {"A=123456\n", 10, 0, 1}, {"A=1234567\n", 10, 101, 1},  // the newline counts
+            {"KEY=\n", 1023, 112, 1}, {"KEY=\"\n", 1023, 112, 1}, {"KEY=\"abc\n", 1023, 112, 1},
+            {"_KEY = 1\n", 1023, 110, 1}, {"1KEY = 1\n", 1023, 110, 1},
+            {"\x0e" "K=1\n", 1023, 110, 1},  // control characters other than \t..\r are not blank
+            {"KEY x = 1\n", 1023, 111, 1}, {"KEY\n", 1023, 111, 1}, {"A=1\nB=2\n=3\n", 1023, 110, 3},
+            // clang-format on
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.content);
@@ -49,13 +45,13 @@ TEST_F(ConfigFileTest, GrammarAcceptsOrRejectsWholeFiles) {
             EXPECT_EQ(1u, log_.count("line[" + std::to_string(c.line) + "]"));
         }
     }
-    std::unique_ptr<ConfigFile> missing(
-            ConfigFile::createInstance("/nonexistent/varn.conf", 1023, false));
-    EXPECT_FALSE(missing->isLoaded());
+    EXPECT_FALSE(std::unique_ptr<ConfigFile>(
+                         ConfigFile::createInstance("/nonexistent/varn.conf", 1023, false))
+                         ->isLoaded());
+    EXPECT_FALSE(std::unique_ptr<ConfigFile>(ConfigFile::createInstance(nullptr, 1023, false))
+                         ->isLoaded());
     EXPECT_EQ(1u, log_.count("result [3] [/nonexistent/varn.conf], error [2]"));
-    std::unique_ptr<ConfigFile> null_path(ConfigFile::createInstance(nullptr, 1023, false));
-    EXPECT_FALSE(null_path->isLoaded());
-    EXPECT_EQ(1u, log_.count("result [2]"));
+    EXPECT_EQ(1u, log_.count("result [2] [(null)]"));
 }
 
 TEST_F(ConfigFileTest, ValuesAreTrimmedUnquotedAndLastDefinitionWins) {
@@ -72,10 +68,22 @@ TEST_F(ConfigFileTest, ValuesAreTrimmedUnquotedAndLastDefinitionWins) {
         const char* value = nullptr;
         ASSERT_EQ(0, config->getString(v.name, &value)) << v.name;
         EXPECT_STREQ(v.value, value);
+        const char* copy = nullptr;
+        ASSERT_EQ(0, config->getStringDup(v.name, &copy, "dflt"));
+        EXPECT_STREQ(v.value, copy);
+        EXPECT_NE(value, copy);
+        delete[] copy;
     }
     const char* value = "untouched";
     EXPECT_EQ(1000, config->getString("missing", &value));
     EXPECT_EQ(nullptr, value);
+    ASSERT_EQ(0, config->getStringDup("NONE", &value, "dflt"));
+    EXPECT_STREQ("dflt", value);
+    delete[] value;
+    EXPECT_EQ(1000, config->getStringDup("NONE", &value, nullptr));
+    EXPECT_EQ(3, config->getStringDup(nullptr, &value, "dflt"));
+    EXPECT_EQ(4, config->getStringDup("KEY", nullptr, "dflt"));
+    EXPECT_EQ(1u, log_.count("getStringDup failed [KEY] 4"));
 }
 
 TEST_F(ConfigFileTest, NumberConversions) {
@@ -121,13 +129,13 @@ TEST_F(ConfigFileTest, DefaultVariants) {
         int pnz_result, pnz_value;
         int def_result, def_value;
     } kCases[] = {
-            {"ZERO", 9, 0, 0, 1, 77, 0, 0},
-            {"NEG", 9, 1, 77, 1, 77, 0, -1},
-            {"ONE", 9, 0, 1, 0, 1, 0, 1},
-            {"POS", 9, 0, 5, 0, 5, 0, 5},
+            // clang-format off
+            {"ZERO", 9, 0, 0, 1, 77, 0, 0},  {"NEG", 9, 1, 77, 1, 77, 0, -1},
+            {"ONE", 9, 0, 1, 0, 1, 0, 1},    {"POS", 9, 0, 5, 0, 5, 0, 5},
             {"NONE", 9, 0, 77, 0, 77, 0, 77},
             {"BAD", 9, 104, 9, 104, 9, 104, 9},  // failed conversion, previous value tested
             {"BAD", -9, 1, 77, 1, 77, 104, -9},
+            // clang-format on
     };
     for (const auto& c : kCases) {
         SCOPED_TRACE(std::string(c.name) + " " + std::to_string(c.previous));
@@ -164,28 +172,14 @@ TEST_F(ConfigFileTest, BadLineKeepsEarlierPairsButAnswersNotFound) {
     delete[] text;
 }
 
-TEST_F(ConfigFileTest, StringDupCopiesValueOrDefault) {
-    auto config = load("NAME=value\n");
-    const char* copy = nullptr;
-    ASSERT_EQ(0, config->getStringDup("NAME", &copy, "dflt"));
-    EXPECT_STREQ("value", copy);
-    delete[] copy;
-    ASSERT_EQ(0, config->getStringDup("NONE", &copy, "dflt"));
-    EXPECT_STREQ("dflt", copy);
-    delete[] copy;
-    EXPECT_EQ(1000, config->getStringDup("NONE", &copy, nullptr));
-    EXPECT_EQ(3, config->getStringDup(nullptr, &copy, "dflt"));
-    EXPECT_EQ(4, config->getStringDup("NAME", nullptr, "dflt"));
-    EXPECT_EQ(1u, log_.count("getStringDup failed [NAME] 4"));
-}
-
 TEST_F(ConfigFileTest, VerboseTracesEveryLine) {
-    ASSERT_TRUE(load("# c\n\nK = v\n", 100, true)->isLoaded());
-    for (const char* text : {"Line[1], skip comment line", "Line[2], skip empty line",
-                             "[ConfigFile] name [K]", "[ConfigFile] value [v]"}) {
-        EXPECT_EQ(1u, log_.count(text)) << text;
-    }
-    EXPECT_EQ(3u, log_.count("[ConfigFile] line trimed ["));
+    ASSERT_TRUE(load("# c\n\n K = v \n", 100, true)->isLoaded());
+    EXPECT_EQ(
+            "ZORLOG: [ConfigFile] line trimed [# c]\nZORLOG: [ConfigFile] Line[1], skip comment "
+            "line\nZORLOG: [ConfigFile] line trimed []\nZORLOG: [ConfigFile] Line[2], skip empty "
+            "line\nZORLOG: [ConfigFile] line trimed [K = v]\nZORLOG: [ConfigFile] name [K]\n"
+            "ZORLOG: [ConfigFile] value [v]\n",
+            log_.dump());
 }
 
 }  // namespace
