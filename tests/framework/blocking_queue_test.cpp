@@ -4,10 +4,8 @@
 
 #include <chrono>
 #include <memory>
-#include <thread>
 
 #include "framework_test_support.h"
-#include "stress_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -44,32 +42,6 @@ TEST_F(BlockingQueueTest, PopsInPushOrderWhateverTheInterleaving) {
         EXPECT_FALSE(closed);
     }
     EXPECT_EQ(0u, log_.lines().size()) << log_.dump();
-}
-
-TEST_F(BlockingQueueTest, UnlimitedPopBlocksUntilPushOrClose) {
-    Queue queue(BlockingQueue::createInstance("Q", true));
-    int item = 0;
-    // The verbose queue logs "about to wait" right before it blocks, which
-    // orders the next step after the waiter without sleeping.
-    for (void* want : {static_cast<void*>(&item), static_cast<void*>(nullptr)}) {
-        void* got = &got;
-        bool closed = want != nullptr;
-        std::thread waiter([&] { EXPECT_EQ(0, queue->pop(&got, TimeDiff(false), &closed)); });
-        const size_t waits = log_.count("about to wait");
-        ASSERT_TRUE(varn_test::waitFor([&] { return log_.count("about to wait") > waits; }));
-        EXPECT_EQ(0, want != nullptr ? queue->push(want) : queue->close());
-        waiter.join();
-        EXPECT_EQ(want, got);
-        EXPECT_EQ(want == nullptr, closed);
-    }
-    // Steps carry the waitable's name, not the queue's.
-    for (const char* text : {"[BlockingQueue] about to lock for state modification",
-                             "[BlockingQueue] just acquired lock for state modification",
-                             "[BlockingQueue] about to signal", "[BlockingQueue] about to unlock",
-                             "[BlockingQueue] unlocked"}) {
-        EXPECT_TRUE(log_.contains(text)) << text << "\n" << log_.dump();
-    }
-    EXPECT_FALSE(log_.contains("[Q]"));
 }
 
 TEST_F(BlockingQueueTest, CloseRefusesPushesAndDrainsInOrder) {

@@ -100,6 +100,14 @@ TEST(BlockingQueueStressTest, CloseWakesEveryWaiter) {
                 30000));
         EXPECT_EQ(0, queue->close());
     });
+    // Steps carry the waitable's name, not the queue's.
+    for (const char* text : {"[BlockingQueue] about to lock for state modification",
+                             "[BlockingQueue] just acquired lock for state modification",
+                             "[BlockingQueue] about to signal", "[BlockingQueue] about to unlock",
+                             "[BlockingQueue] unlocked"}) {
+        EXPECT_TRUE(log.contains(text)) << text << "\n" << log.dump();
+    }
+    EXPECT_FALSE(log.contains("[Stress]"));
     log_set_global_level(EL_LOG_OFF);
 }
 
