@@ -30,7 +30,8 @@ TEST_F(ConfigFileTest, GrammarAcceptsOrRejectsWholeFiles) {
             {"KEY=\n", 1023, 112, 1}, {"KEY=\"\n", 1023, 112, 1}, {"KEY=\"abc\n", 1023, 112, 1},
             {"_KEY = 1\n", 1023, 110, 1}, {"1KEY = 1\n", 1023, 110, 1},
             {"\x0e" "K=1\n", 1023, 110, 1},  // control characters other than \t..\r are not blank
-            {"KEY x = 1\n", 1023, 111, 1}, {"KEY\n", 1023, 111, 1}, {"A=1\nB=2\n=3\n", 1023, 110, 3},
+            {"KEY x = 1\n", 1023, 111, 1}, {"KEY\n", 1023, 111, 1},
+            {"A=1\nB=2\n=3\n", 1023, 110, 3},
             // clang-format on
     };
     for (const auto& c : kCases) {

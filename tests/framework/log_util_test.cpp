@@ -38,12 +38,11 @@ using LogFunction = void (*)(const char*, const char*, ...);
 const struct {
     LogFunction log;
     int priority;
-} kLevels[] = {
-        // clang-format off
-        {log_error, ANDROID_LOG_ERROR}, {log_warning, ANDROID_LOG_WARN}, {log_info, ANDROID_LOG_INFO},
-        {log_debug, ANDROID_LOG_DEBUG}, {log_verbose, ANDROID_LOG_VERBOSE},
-        // clang-format on
-};
+} kLevels[] = {{log_error, ANDROID_LOG_ERROR},
+               {log_warning, ANDROID_LOG_WARN},
+               {log_info, ANDROID_LOG_INFO},
+               {log_debug, ANDROID_LOG_DEBUG},
+               {log_verbose, ANDROID_LOG_VERBOSE}};
 
 TEST_F(LogUtilTest, LevelsFilterAndMapToPriorities) {
     const struct {
