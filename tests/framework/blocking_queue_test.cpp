@@ -1,9 +1,6 @@
 #include <vel_loc_fw/blocking_queue.h>
 
-#include <stdint.h>
-
 #include <chrono>
-#include <memory>
 
 #include "framework_test_support.h"
 

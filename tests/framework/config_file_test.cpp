@@ -1,8 +1,5 @@
 #include <vel_loc_fw/config_file.h>
 
-#include <memory>
-#include <string>
-
 #include "framework_test_support.h"
 
 namespace vel_loc_fw {

@@ -3,19 +3,9 @@
 // every setter of the logging state. Meant for the ThreadSanitizer build as well.
 #include <vel_loc_fw/blocking_queue.h>
 
-#include <stdint.h>
-
 #include <algorithm>
-#include <atomic>
-#include <memory>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
-#include <vel_loc_fw/log_util.h>
-
-#include "log_capture.h"
+#include "framework_test_support.h"
 #include "stress_support.h"
 
 namespace vel_loc_fw {

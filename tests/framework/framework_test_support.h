@@ -1,5 +1,12 @@
-// Fixture shared by the framework's tests.
+// Fixture and common includes of the framework's tests.
 #pragma once
+
+#include <stdint.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 

@@ -1,15 +1,12 @@
 #include <vel_loc_fw/log_util.h>
 
 #include <android/log.h>
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cstdio>
 #include <regex>
-#include <string>
-#include <vector>
 
-#include "log_capture.h"
+#include "framework_test_support.h"
 
 namespace vel_loc_fw {
 namespace {

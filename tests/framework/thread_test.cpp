@@ -7,8 +7,6 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <memory>
 #include <thread>
 
 #include "framework_test_support.h"

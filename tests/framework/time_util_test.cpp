@@ -4,8 +4,6 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <string>
-
 #include "framework/time_util_internal.h"
 #include "framework_test_support.h"
 
