@@ -74,33 +74,6 @@ TEST(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
     EXPECT_TRUE(all == want) << "each accepted item popped exactly once, nothing else";
 }
 
-TEST(BlockingQueueStressTest, CloseWakesEveryWaiter) {
-    log_set_global_level(EL_VERBOSE);
-    varn_test::LogCapture log;
-    std::unique_ptr<BlockingQueue> queue(BlockingQueue::createInstance("Stress", true));
-    varn_test::runOnThreads(1 + kConsumers, [&](int index) {
-        if (index > 0) {
-            EXPECT_TRUE(consume(queue.get(), false).empty());
-            return;
-        }
-        // Each waiter logs "about to wait" with the queue's mutex held, just
-        // before blocking on the condition variable.
-        EXPECT_TRUE(varn_test::waitFor(
-                [&] { return log.count("about to wait") == static_cast<size_t>(kConsumers); },
-                30000));
-        EXPECT_EQ(0, queue->close());
-    });
-    // Steps carry the waitable's name, not the queue's.
-    for (const char* text : {"[BlockingQueue] about to lock for state modification",
-                             "[BlockingQueue] just acquired lock for state modification",
-                             "[BlockingQueue] about to signal", "[BlockingQueue] about to unlock",
-                             "[BlockingQueue] unlocked"}) {
-        EXPECT_TRUE(log.contains(text)) << text << "\n" << log.dump();
-    }
-    EXPECT_FALSE(log.contains("[Stress]"));
-    log_set_global_level(EL_LOG_OFF);
-}
-
 TEST(LogUtilStressTest, TagLevelsHoldWhileOtherLevelsChange) {
     varn_test::LogCapture capture;
     // "Muted" and "Loud" are set first and never touched again: with ten
