@@ -128,9 +128,6 @@ TEST_F(ConfigFileTest, DefaultVariants) {
         value = c.previous;
         EXPECT_EQ(c.def_result, config->getInt32Default(c.name, value, 77));
         EXPECT_EQ(c.def_value, value);
-        double real = -1;
-        EXPECT_EQ(c.def_result == 104 ? 103 : 0, config->getDoubleDefault(c.name, real, 77.0));
-        EXPECT_EQ(c.def_result == 104 ? -1 : c.def_value, real);
     }
 }
 

@@ -76,9 +76,7 @@ TEST(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
 
 TEST(LogUtilStressTest, TagLevelsHoldWhileOtherLevelsChange) {
     varn_test::LogCapture capture;
-    // "Muted" and "Loud" are set first and never touched again: with ten
-    // newer tags in front of them, they are found only by walking the whole
-    // tag list.
+    // Set first and never touched again: found behind ten newer tags.
     ASSERT_EQ(0, log_set_local_level_for_tag("Muted", EL_LOG_OFF));
     ASSERT_EQ(0, log_set_local_level_for_tag("Loud", EL_VERBOSE));
     std::vector<std::string> tags;
