@@ -11,55 +11,42 @@
 namespace vel_loc_fw {
 namespace {
 
-constexpr int kProducers = 4;
-constexpr int kConsumers = 3;
-constexpr uintptr_t kPerProducer = 3000;
-
-// Pops until the queue reports closed and empty: what it popped, or {0} when
-// a pop failed. Items are never null.
-std::vector<uintptr_t> consume(BlockingQueue* queue, bool timed) {
-    std::vector<uintptr_t> popped;
-    TimeDiff timeout(timed);
-    if (timed) timeout.add_msec(1);
-    for (;;) {
-        void* item = nullptr;
-        bool closed = false;
-        if (queue->pop(&item, timeout, &closed) != 0) return {0};
-        if (item != nullptr) popped.push_back(reinterpret_cast<uintptr_t>(item));
-        if (item == nullptr && closed) return popped;
-    }
-}
-
 TEST(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
+    constexpr uintptr_t kProducers = 4, kConsumers = 3, kPerProducer = 3000;
     std::unique_ptr<BlockingQueue> queue(BlockingQueue::createInstance("Stress", false));
-    std::atomic<int> half_way{0};
+    std::atomic<uintptr_t> half_way{0};
     uintptr_t accepted[kProducers] = {};
     std::vector<uintptr_t> popped[kConsumers];
-    // Thread 0 closes the queue once every producer is half-way through; an
-    // item is producer * kPerProducer + sequence number + 1.
+    // Thread 0 closes the queue once every producer is half-way through. An item
+    // is producer * kPerProducer + sequence number + 1: never null.
     varn_test::runOnThreads(1 + kProducers + kConsumers, [&](int index) {
-        if (index == 0) {
-            EXPECT_TRUE(varn_test::waitFor([&] { return half_way.load() == kProducers; }));
+        const uintptr_t t = static_cast<uintptr_t>(index);
+        if (t == 0) {
+            EXPECT_TRUE(varn_test::waitFor([&] { return half_way == kProducers; }));
             EXPECT_EQ(0, queue->close());  // also when the wait failed, so that all end
-        } else if (index <= kProducers) {
-            for (uintptr_t seq = 0; seq < kPerProducer; ++seq) {
-                if (seq == kPerProducer / 2) ++half_way;
-                const int rc =
-                        queue->push(reinterpret_cast<void*>((index - 1) * kPerProducer + seq + 1));
-                if (rc == 3) break;  // closed: this and every later push are refused
-                ASSERT_EQ(0, rc);
-                accepted[index - 1] = seq + 1;
-            }
-        } else {
-            popped[index - 1 - kProducers] = consume(queue.get(), index == kProducers + 1);
+        }
+        for (uintptr_t seq = 0; t > 0 && t <= kProducers && seq < kPerProducer; ++seq) {
+            if (seq == kPerProducer / 2) ++half_way;
+            const int rc = queue->push(reinterpret_cast<void*>((t - 1) * kPerProducer + seq + 1));
+            if (rc == 3) break;  // closed: this and every later push are refused
+            ASSERT_EQ(0, rc);
+            accepted[t - 1] = seq + 1;
+        }
+        TimeDiff timeout(t == kProducers + 1);  // one consumer polls, the others block
+        if (timeout.is_valid()) timeout.add_msec(1);
+        for (bool done = false; t > kProducers && !done;) {
+            void* item = nullptr;
+            bool closed = false;
+            ASSERT_EQ(0, queue->pop(&item, timeout, &closed));
+            if (item != nullptr)
+                popped[t - 1 - kProducers].push_back(reinterpret_cast<uintptr_t>(item));
+            done = closed && item == nullptr;
         }
     });
     std::vector<uintptr_t> all, want;
     for (const std::vector<uintptr_t>& items : popped) {
-        // Each consumer sees each producer's items in push order.
-        uintptr_t last[kProducers] = {};
+        uintptr_t last[kProducers] = {};  // each consumer sees a producer's items in push order
         for (uintptr_t item : items) {
-            ASSERT_TRUE(item > 0 && item <= kProducers * kPerProducer) << "a pop failed";
             EXPECT_GT(item, last[(item - 1) / kPerProducer]) << "reordered";
             last[(item - 1) / kPerProducer] = item;
         }
