@@ -11,24 +11,7 @@
 namespace vel_loc_fw {
 namespace {
 
-class LogUtilTest : public testing::Test {
-  protected:
-    void TearDown() override {
-        log_flush_all_local_level();
-        log_set_global_level(EL_LOG_OFF);
-        log_set_global_tag("ZORLOG");
-    }
-    // Expects exactly one line written since the last check, and forgets it.
-    void expect_line(int priority, const std::string& text, const std::string& tag = "ZORLOG") {
-        const auto lines = capture_.lines();
-        ASSERT_EQ(1u, lines.size()) << capture_.dump();
-        EXPECT_EQ(priority, lines[0].priority);
-        EXPECT_EQ(text, lines[0].text);
-        EXPECT_EQ(tag, lines[0].tag);
-        capture_.clear();
-    }
-    varn_test::LogCapture capture_;
-};
+using LogUtilTest = varn_test::VerboseLogTest;
 
 using LogFunction = void (*)(const char*, const char*, ...);
 // The message functions from the most to the least severe, with their Android priorities.
@@ -71,10 +54,10 @@ TEST_F(LogUtilTest, LevelsFilterAndMapToPriorities) {
             ASSERT_EQ(0, log_set_local_level_for_tag(other.c_str(), EL_VERBOSE));
         }
         if (c.flushed) log_flush_local_level_for_tag(tag.c_str());
-        capture_.clear();
+        log_.clear();
         for (const auto& l : kLevels) l.log(tag.c_str(), "msg");
-        const auto lines = capture_.lines();
-        ASSERT_EQ(c.lines, lines.size()) << capture_.dump();
+        const auto lines = log_.lines();
+        ASSERT_EQ(c.lines, lines.size()) << log_.dump();
         for (size_t i = 0; i < lines.size(); ++i) {
             EXPECT_EQ(kLevels[i].priority, lines[i].priority);
             EXPECT_EQ("ZORLOG", lines[i].tag);
@@ -109,7 +92,7 @@ TEST_F(LogUtilTest, StandardOutputLineCarriesTimeGlobalTagAndTag) {
     for (const ERROR_OUTPUT output :
          {static_cast<ERROR_OUTPUT>(EO_ANDROID | EO_STDOUT), EO_STDOUT}) {
         SCOPED_TRACE(output);
-        capture_.clear();
+        log_.clear();
         log_set_local_level_for_tag("T", EL_INFO, output);
         varn_test::StdoutCapture out;
         log_info("T", "abc");
@@ -117,20 +100,18 @@ TEST_F(LogUtilTest, StandardOutputLineCarriesTimeGlobalTagAndTag) {
         EXPECT_TRUE(std::regex_match(
                 line, std::regex(R"(\d\d-\d\d \d\d:\d\d:\d\d\.000 ZORLOG:\[T\] abc\n)")))
                 << line;
-        EXPECT_EQ((output & EO_ANDROID) != 0, capture_.contains("[T] abc"));
+        EXPECT_EQ((output & EO_ANDROID) != 0, log_.contains("[T] abc"));
     }
 }
 
 // A line reads exactly as printf formats "[T] " and the message, whichever
 // conversions it uses and wherever it is cut.
-#define EXPECT_LINE_AS_PRINTF(...)                                  \
-    do {                                                            \
-        capture_.clear();                                           \
-        log_info("T", __VA_ARGS__);                                 \
-        char expected[512];                                         \
-        snprintf(expected, sizeof(expected), "[T] " __VA_ARGS__);   \
-        ASSERT_EQ(1u, capture_.lines().size());                     \
-        EXPECT_EQ(std::string(expected), capture_.lines()[0].text); \
+#define EXPECT_LINE_AS_PRINTF(...)                                \
+    do {                                                          \
+        log_info("T", __VA_ARGS__);                               \
+        char expected[512];                                       \
+        snprintf(expected, sizeof(expected), "[T] " __VA_ARGS__); \
+        expect_line(ANDROID_LOG_INFO, expected);                  \
     } while (0)
 
 TEST_F(LogUtilTest, LinesReadAsPrintfFormatsThem) {
