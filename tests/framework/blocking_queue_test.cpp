@@ -92,19 +92,17 @@ TEST_F(BlockingQueueTest, NullItemPointerAndDeprecatedPop) {
     EXPECT_EQ(2, queue->pop(nullptr, TimeDiff(true), nullptr));
     EXPECT_EQ(2, queue->pop(nullptr, static_cast<const timespec*>(nullptr), nullptr));
     // The deadline form warns on every call and honours its deadline.
-    int item = 0;
     void* got = &got;
-    TimeDiff one_sec(true);
-    one_sec.add_sec(1);
-    EXPECT_EQ(0,
-              queue->pop(&got, (Timestamp(CLOCK_REALTIME) - one_sec).getTimestampPtr(), nullptr));
+    const Timestamp past = Timestamp(CLOCK_REALTIME) - TimeDiff(true);
+    EXPECT_EQ(0, queue->pop(&got, past.getTimestampPtr(), nullptr));
     EXPECT_EQ(nullptr, got);
-    ASSERT_EQ(0, queue->push(&item));
+    ASSERT_EQ(0, queue->push(&got));
     EXPECT_EQ(0, queue->pop(&got, static_cast<const timespec*>(nullptr), nullptr));
-    EXPECT_EQ(&item, got);
+    EXPECT_EQ(&got, got);
     EXPECT_EQ(3u, log_.count("[BlockingQueue] pop 0: deprecated.")) << log_.dump();
-    EXPECT_TRUE(log_.contains("[BlockingQueue] pop: error: 2")) << log_.dump();
-    EXPECT_TRUE(log_.contains("[BlockingQueue] pop 0: error: 2")) << log_.dump();
+    EXPECT_TRUE(log_.contains("[BlockingQueue] pop: error: 2") &&
+                log_.contains("[BlockingQueue] pop 0: error: 2"))
+            << log_.dump();
 }
 
 TEST_F(BlockingQueueTest, FailedWaitKeepsTheQueueLocked) {
@@ -123,10 +121,9 @@ TEST_F(BlockingQueueTest, FailedWaitKeepsTheQueueLocked) {
     EXPECT_EQ(2, queue->close());
     EXPECT_EQ(10, queue->pop(&got, static_cast<const timespec*>(nullptr), nullptr));
     for (const char* text :
-         {"[BlockingQueue] lock_and_wait: pthread_cond_wait error:",
-          "[BlockingQueue] WaitableBase: lock_and_wait error: 15", "[Q] pop: error: 4",
-          "[BlockingQueue] lock : result 3", "[Q] close: error: 2",
-          "[BlockingQueue] WaitableBase: lock_and_wait error: 2", "[Q] pop 0: error: 10"}) {
+         {"lock_and_wait: pthread_cond_wait error:", "lock_and_wait error: 15", "[Q] pop: error: 4",
+          "[BlockingQueue] lock : result 3", "[Q] close: error: 2", "lock_and_wait error: 2",
+          "[Q] pop 0: error: 10"}) {
         EXPECT_TRUE(log_.contains(text)) << text << "\n" << log_.dump();
     }
 }
