@@ -13,18 +13,9 @@ namespace {
 
 using LogUtilTest = varn_test::VerboseLogTest;
 
-using LogFunction = void (*)(const char*, const char*, ...);
-// The message functions from the most to the least severe, with their Android priorities.
-const struct {
-    LogFunction log;
-    int priority;
-} kLevels[] = {{log_error, ANDROID_LOG_ERROR},
-               {log_warning, ANDROID_LOG_WARN},
-               {log_info, ANDROID_LOG_INFO},
-               {log_debug, ANDROID_LOG_DEBUG},
-               {log_verbose, ANDROID_LOG_VERBOSE}};
-
 TEST_F(LogUtilTest, LevelsFilterAndMapToPriorities) {
+    const int kPriorities[] = {ANDROID_LOG_ERROR, ANDROID_LOG_WARN, ANDROID_LOG_INFO,
+                               ANDROID_LOG_DEBUG, ANDROID_LOG_VERBOSE};
     const struct {
         ERROR_LEVEL global;
         ERROR_LEVEL local;  // of `tag`; EL_LOG_OFF with `flushed`: none
@@ -55,11 +46,12 @@ TEST_F(LogUtilTest, LevelsFilterAndMapToPriorities) {
         }
         if (c.flushed) log_flush_local_level_for_tag(tag.c_str());
         log_.clear();
-        for (const auto& l : kLevels) l.log(tag.c_str(), "msg");
+        for (auto log : {log_error, log_warning, log_info, log_debug, log_verbose})
+            log(tag.c_str(), "msg");
         const auto lines = log_.lines();
         ASSERT_EQ(c.lines, lines.size()) << log_.dump();
         for (size_t i = 0; i < lines.size(); ++i) {
-            EXPECT_EQ(kLevels[i].priority, lines[i].priority);
+            EXPECT_EQ(kPriorities[i], lines[i].priority);
             EXPECT_EQ("ZORLOG", lines[i].tag);
             EXPECT_EQ("[" + tag + "] msg", lines[i].text);
         }
