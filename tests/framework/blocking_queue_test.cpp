@@ -3,7 +3,6 @@
 #include <chrono>
 
 #include "framework_test_support.h"
-#include "stress_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -39,25 +38,6 @@ TEST_F(BlockingQueueTest, PopsInPushOrderWhateverTheInterleaving) {
         EXPECT_EQ(nullptr, got);
         EXPECT_FALSE(closed);
     }
-}
-
-TEST_F(BlockingQueueTest, CloseWakesEveryWaiter) {
-    Queue queue(BlockingQueue::createInstance("Q", true));
-    varn_test::runOnThreads(3, [&](int index) {
-        void* got = &got;
-        bool closed = false;
-        if (index > 0) {
-            EXPECT_EQ(0, queue->pop(&got, TimeDiff(false), &closed));
-            EXPECT_TRUE(closed && got == nullptr);
-            return;
-        }
-        // Each waiter logs "about to wait" with the queue's mutex held, just
-        // before blocking on the condition variable.
-        EXPECT_TRUE(varn_test::waitFor([&] { return log_.count("about to wait") == 2; }));
-        EXPECT_EQ(0, queue->close());  // also when the wait failed, so that all end
-    });
-    // Steps carry the waitable's name, not the queue's.
-    EXPECT_TRUE(log_.contains("[BlockingQueue] about to signal") && !log_.contains("[Q]"));
 }
 
 TEST_F(BlockingQueueTest, CloseRefusesPushesAndDrainsInOrder) {

@@ -1,5 +1,5 @@
-// Concurrency of the framework: a blocking queue with several producers and
-// consumers and a close in the middle of the traffic; log calls racing with
+// Concurrency of the framework: a blocking queue's producers and consumers
+// with a close mid-traffic or while every consumer waits; log calls racing with
 // every setter of the logging state. Meant for the ThreadSanitizer build as well.
 #include <vel_loc_fw/blocking_queue.h>
 
@@ -11,7 +11,9 @@
 namespace vel_loc_fw {
 namespace {
 
-TEST(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
+using BlockingQueueStressTest = varn_test::VerboseLogTest;
+
+TEST_F(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
     constexpr uintptr_t kProducers = 4, kConsumers = 3, kPerProducer = 3000;
     std::unique_ptr<BlockingQueue> queue(BlockingQueue::createInstance("Stress", false));
     std::atomic<uintptr_t> half_way{0};
@@ -59,6 +61,25 @@ TEST(BlockingQueueStressTest, EveryAcceptedItemIsPoppedOnceInProducerOrder) {
     }
     std::sort(all.begin(), all.end());
     EXPECT_TRUE(all == want) << "each accepted item popped exactly once, nothing else";
+}
+
+TEST_F(BlockingQueueStressTest, CloseWakesEveryWaiter) {
+    std::unique_ptr<BlockingQueue> queue(BlockingQueue::createInstance("Q", true));
+    varn_test::runOnThreads(3, [&](int index) {
+        void* got = &got;
+        bool closed = false;
+        if (index > 0) {
+            EXPECT_EQ(0, queue->pop(&got, TimeDiff(false), &closed));
+            EXPECT_TRUE(closed && got == nullptr);
+            return;
+        }
+        // Each waiter logs "about to wait" with the queue's mutex held, just
+        // before blocking on the condition variable.
+        EXPECT_TRUE(varn_test::waitFor([&] { return log_.count("about to wait") == 2; }));
+        EXPECT_EQ(0, queue->close());  // also when the wait failed, so that all end
+    });
+    // Steps carry the waitable's name, not the queue's.
+    EXPECT_TRUE(log_.contains("[BlockingQueue] about to signal") && !log_.contains("[Q]"));
 }
 
 TEST(LogUtilStressTest, TagLevelsHoldWhileOtherLevelsChange) {
