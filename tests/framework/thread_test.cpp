@@ -49,13 +49,14 @@ TEST_F(ThreadTest, MutexAndAutoLockReportEveryStepAndFailure) {
     delete mutex;  // still locked
     EXPECT_EQ(
             "ZORLOG: [M] lock: about to lock\nZORLOG: [M] lock: just acquired\nZORLOG: [M] lock: "
-            "about to lock\nZORLOG: [M] lock: pthread_mutex_lock return code: 35, [Resource deadl"
-            "ock avoided]\nZORLOG: [M] lock: about to lock\nZORLOG: [M] lock: pthread_mutex_lock "
-            "return code: 35, [Resource deadlock avoided]\nZORLOG: [Guard] AutoLock: lock error: "
-            "3\nZORLOG: [M] lock: just released\nZORLOG: [AutoLock] AutoLock: lock error: 2\nZORL"
-            "OG: [AutoLock] AutoLock: unlock error: 2\nZORLOG: [M] lock: about to lock\nZORLOG: ["
-            "M] lock: just acquired\nZORLOG: [M] unlock: pthread_mutex_unlock error: 0, [Success]"
-            "\nZORLOG: [M] ~MutexImpl: pthread_mutex_destroy rc: 16, [Device or resource busy]\n",
+            "about to lock\nZORLOG: [M] lock: pthread_mutex_lock return code: 35, [Resource "
+            "deadlock avoided]\nZORLOG: [M] lock: about to lock\nZORLOG: [M] lock: "
+            "pthread_mutex_lock return code: 35, [Resource deadlock avoided]\nZORLOG: [Guard] "
+            "AutoLock: lock error: 3\nZORLOG: [M] lock: just released\nZORLOG: [AutoLock] "
+            "AutoLock: lock error: 2\nZORLOG: [AutoLock] AutoLock: unlock error: 2\nZORLOG: [M] "
+            "lock: about to lock\nZORLOG: [M] lock: just acquired\nZORLOG: [M] unlock: "
+            "pthread_mutex_unlock error: 0, [Success]\nZORLOG: [M] ~MutexImpl: "
+            "pthread_mutex_destroy rc: 16, [Device or resource busy]\n",
             log_.dump());
 }
 
@@ -71,8 +72,7 @@ TEST_F(ThreadTest, RunsOnceOnANamedThreadAndEnforcesTheStates) {
     EXPECT_EQ(2, thread->launch());
     EXPECT_EQ(1, runnable.runs);
     EXPECT_STREQ("loc-mq-thread", runnable.name);
-    thread.reset();
-    EXPECT_EQ(0, deletions);  // not owned
+    thread.reset();  // does not delete the runnable it does not own: see `deletions` below
     EXPECT_EQ(2u, log_.count("[Worker] launch: result: 2, errno: ")) << log_.dump();
     EXPECT_EQ(2u, log_.count("[Worker] join: result: 2, errno: "));
     EXPECT_EQ(4u, log_.lines().size());  // and no "still running" warning
