@@ -1,17 +1,9 @@
 #include <vel_loc_fw/time_util.h>
 
-#include <errno.h>
-#include <string.h>
 #include <unistd.h>
 
-#include <string>
-
-#include <gtest/gtest.h>
-
-#include <vel_loc_fw/log_util.h>
-
 #include "framework/time_util_internal.h"
-#include "log_capture.h"
+#include "framework_test_support.h"
 
 namespace vel_loc_fw {
 namespace {
@@ -19,220 +11,143 @@ namespace {
 constexpr int kBoot = CLOCK_BOOTTIME;
 constexpr int kMono = CLOCK_MONOTONIC;
 
-class TimeTest : public ::testing::Test {
-  protected:
-    void SetUp() override { log_set_global_level(EL_VERBOSE); }
-    void TearDown() override { log_set_global_level(EL_LOG_OFF); }
-    varn_test::LogCapture log_;
-};
-// Death tests fork without re-executing the binary, which user-mode
-// emulation (qemu-aarch64) cannot do; no other thread is alive here.
-class TimeDeathTest : public TimeTest {
-  protected:
-    void SetUp() override {
-        TimeTest::SetUp();
-        GTEST_FLAG_SET(death_test_style, "fast");
-    }
-    void TearDown() override {
-        GTEST_FLAG_SET(death_test_style, "threadsafe");
-        TimeTest::TearDown();
-    }
-};
+using TimeTest = varn_test::VerboseLogTest;
 
-Timestamp stamp(int clock_id, time_t sec, long nsec) {
-    timespec time{};
-    time.tv_sec = sec;
-    time.tv_nsec = nsec;
-    return Timestamp(clock_id, time);
+Timestamp stamp(int clock_id, time_t sec, long nsec) { return Timestamp(clock_id, {sec, nsec}); }
+TimeDiff diff_ms(int msec) {
+    TimeDiff diff(true);
+    diff.add_msec(msec);
+    return diff;
 }
-
+// "seconds/nanoseconds"
 std::string text(const timespec* time) {
-    return std::to_string(time->tv_sec) + " s " + std::to_string(time->tv_nsec) + " ns";
-}
-std::string text(time_t sec, long nsec) {
-    const timespec time{sec, nsec};
-    return text(&time);
-}
-
-// Makes the fatal paths' messages visible to the death-test matcher.
-void route_timestamp_errors_to_stderr() {
-    log_set_global_level(EL_ERROR);
-    log_set_local_level_for_tag("Timestamp", EL_ERROR, EO_STDOUT);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
+    return std::to_string(time->tv_sec) + "/" + std::to_string(time->tv_nsec);
 }
 
 TEST_F(TimeTest, TimeDiffAdditionsCarryOnlyUpward) {
-    struct Case {
-        const char* what;
+    const struct {
         int start_nsec, sec, msec, nsec;
-        time_t want_sec;
-        long want_nsec;
+        const char* want;
+        float want_total_sec;
+    } cases[] = {
+            {0, 0, 1500, 0, "1/500000000", 1.5f},      // msec splits into sec and nsec
+            {0, 0, -1500, 0, "-1/-500000000", -1.5f},  // negative msec stays unnormalised
+            {1, 0, 0, 1999999999, "2/0", 2.0f},        // nsec carries one second at a time
+            {600000000, 0, 400, 0, "1/0", 1.0f},       // msec remainder carries
+            {0, 1, 0, -300, "1/-300", 0.9999997f},     // negative nsec stays
+            {999999999, 3, 0, 0, "3/999999999", 4.0f}  // sec adds to seconds only
     };
-    const Case cases[] = {
-        {"msec splits into sec and nsec", 0, 0, 1500, 0, 1, 500000000},
-        {"negative msec stays unnormalised", 0, 0, -1500, 0, -1, -500000000},
-        {"nsec carries one second at a time", 1, 0, 0, 1999999999, 2, 0},
-        {"msec remainder carries", 600000000, 0, 400, 0, 1, 0},
-        {"negative nsec stays", 0, 1, 0, -300, 1, -300},
-        {"sec adds to seconds only", 999999999, 3, 0, 0, 3, 999999999},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.want);
         TimeDiff diff(true);
         ASSERT_EQ(0, diff.add_nsec(c.start_nsec));
         EXPECT_EQ(0, diff.add_sec(c.sec));
         EXPECT_EQ(0, diff.add_msec(c.msec));
         EXPECT_EQ(0, diff.add_nsec(c.nsec));
-        EXPECT_EQ(text(c.want_sec, c.want_nsec), text(diff.getTimeDiffPtr())) << c.what;
+        EXPECT_EQ(c.want, text(diff.getTimeDiffPtr()));
+        EXPECT_FLOAT_EQ(c.want_total_sec, diff.get_total_sec());
+        EXPECT_FLOAT_EQ(c.want_total_sec * 1000.0f, diff.get_total_msec());
     }
-    TimeDiff diff(true);
-    diff.add_msec(1500);
-    EXPECT_FLOAT_EQ(1500.0f, diff.get_total_msec());
-    EXPECT_FLOAT_EQ(1.5f, diff.get_total_sec());
-    diff.reset(true);
-    diff.add_msec(-250);
-    EXPECT_FLOAT_EQ(-0.25f, diff.get_total_sec());
-    EXPECT_TRUE(log_.dump().empty()) << log_.dump();
-}
-
-TEST_F(TimeTest, InvalidTimeDiffRefusesAndReports) {
-    TimeDiff diff(false);
-    EXPECT_FLOAT_EQ(-1.0f, diff.get_total_sec());
-    EXPECT_FLOAT_EQ(-1.0f, diff.get_total_msec());
-    EXPECT_EQ(2, diff.add_sec(1));
-    EXPECT_EQ(2, diff.add_msec(1));
-    EXPECT_EQ(2, diff.add_nsec(1));
-    EXPECT_EQ(text(0, 0), text(diff.getTimeDiffPtr()));
-    for (const char* line :
-         {"[TimerDiff] get_total_sec failed 2", "[TimerDiff] get_total_msec failed 2",
-          "[TimerDiff] add_sec failed 2", "[TimerDiff] add_msec failed 2",
-          "[TimerDiff] add_nsec failed 2", "[TimerDiff] getTimeDiffPtr time diff is invalid"}) {
-        EXPECT_TRUE(log_.contains(line)) << line << "\n" << log_.dump();
-    }
+    TimeDiff invalid(false);
+    EXPECT_FLOAT_EQ(-1.0f, invalid.get_total_sec());
+    EXPECT_FLOAT_EQ(-1.0f, invalid.get_total_msec());
+    for (int rc : {invalid.add_sec(1), invalid.add_msec(1), invalid.add_nsec(1)}) EXPECT_EQ(2, rc);
+    EXPECT_EQ("0/0", text(invalid.getTimeDiffPtr()));
+    EXPECT_EQ(
+            "ZORLOG: [TimerDiff] get_total_sec failed 2\nZORLOG: [TimerDiff] get_total_msec failed "
+            "2\nZORLOG: [TimerDiff] add_sec failed 2\nZORLOG: [TimerDiff] add_msec failed 2\n"
+            "ZORLOG: [TimerDiff] add_nsec failed 2\nZORLOG: [TimerDiff] getTimeDiffPtr time diff "
+            "is invalid\n",
+            log_.dump());
 }
 
 TEST_F(TimeTest, TimestampClocks) {
     EXPECT_EQ(-1, Timestamp(false).get_clock_id());
-    EXPECT_FALSE(Timestamp(false).is_valid());
     EXPECT_TRUE(Timestamp(true).is_valid_and_default());
     Timestamp ts(kMono);
-    EXPECT_TRUE(ts.is_valid());
-    EXPECT_FALSE(ts.is_valid_and_default());
     EXPECT_EQ(0, ts.reset_to_realtime());
     EXPECT_EQ(CLOCK_REALTIME, ts.get_clock_id());
-    EXPECT_TRUE(log_.dump().empty()) << log_.dump();
 
     EXPECT_EQ(1, ts.reset_to_clock_id(12345));
     EXPECT_FALSE(ts.is_valid());
     EXPECT_EQ(-1, ts.get_clock_id());
-    EXPECT_EQ(text(0, 0), text(ts.getTimestampPtr()));
-    const std::string failed = "[Timestamp] reset_to_clock_id failed: id(12345) errno(" +
-                               std::to_string(EINVAL) + ")(" + strerror(EINVAL) + ")";
-    EXPECT_TRUE(log_.contains(failed)) << log_.dump();
+    EXPECT_EQ("0/0", text(ts.getTimestampPtr()));
+    EXPECT_TRUE(log_.contains("reset_to_clock_id failed: id(12345) errno(22)(Invalid argument)"));
     EXPECT_TRUE(log_.contains("[Timestamp] getTimestampPtr timestamp is invalid"));
 }
 
 TEST_F(TimeTest, StampArithmeticNormalises) {
-    TimeDiff ms200(true);
-    ms200.add_msec(200);
-    TimeDiff back_1500(true);
-    back_1500.add_msec(-1500);  // -1 s -500,000,000 ns
-    const Timestamp sum = stamp(kMono, 5, 900000000) + ms200;
+    const Timestamp sum = stamp(kMono, 5, 900000000) + diff_ms(200);
     EXPECT_EQ(kMono, sum.get_clock_id());
-    EXPECT_EQ(text(6, 100000000), text(sum.getTimestampPtr()));
-    EXPECT_EQ(text(4, 900000000), text((stamp(kMono, 5, 100000000) - ms200).getTimestampPtr()));
-    EXPECT_EQ(text(6, 500000000), text((stamp(kMono, 5, 0) - back_1500).getTimestampPtr()));
-    EXPECT_EQ(text(1, 999999900), text((stamp(kMono, 10, 100) - stamp(kMono, 8, 200))
-                                               .getTimeDiffPtr()));
-    EXPECT_TRUE(log_.dump().empty()) << log_.dump();
+    EXPECT_EQ("6/100000000", text(sum.getTimestampPtr()));
+    EXPECT_EQ("4/900000000", text((stamp(kMono, 5, 100000000) - diff_ms(200)).getTimestampPtr()));
+    EXPECT_EQ("6/500000000", text((stamp(kMono, 5, 0) - diff_ms(-1500)).getTimestampPtr()));
+    EXPECT_EQ("1/999999900", text((stamp(kMono, 10, 100) - stamp(kMono, 8, 200)).getTimeDiffPtr()));
+    EXPECT_EQ(0u, log_.lines().size()) << log_.dump();
 
     // Before the epoch: reported, returned all the same.
-    TimeDiff two_sec(true);
-    two_sec.add_sec(2);
-    const Timestamp early = stamp(kBoot, 1, 0) - two_sec;
+    const Timestamp early = stamp(kBoot, 1, 0) - diff_ms(2000);
     EXPECT_TRUE(early.is_valid());
-    EXPECT_EQ(text(-1, 0), text(early.getTimestampPtr()));
+    EXPECT_EQ("-1/0", text(early.getTimestampPtr()));
     EXPECT_TRUE(log_.contains("[Timestamp] diff is returning -ve value possible time rollover -1"));
     const TimeDiff back = stamp(kMono, 1, 0) - stamp(kMono, 2, 500);
     EXPECT_TRUE(back.is_valid());
-    EXPECT_EQ(text(-2, 999999500), text(back.getTimeDiffPtr()));
-    EXPECT_TRUE(log_.contains("[Timestamp] operator - ts returning -ve value probable time "
-                              "rollover: sec:1/2/-2, nsec:0/500/999999500"))
-        << log_.dump();
-
+    EXPECT_EQ("-2/999999500", text(back.getTimeDiffPtr()));
+    EXPECT_TRUE(
+            log_.contains("[Timestamp] operator - ts returning -ve value probable time "
+                          "rollover: sec:1/2/-2, nsec:0/500/999999500"))
+            << log_.dump();
     // Differences are narrowed to 32-bit seconds on purpose.
-    const TimeDiff wide = stamp(kBoot, 3000000000LL, 0) - stamp(kBoot, 0, 0);
-    EXPECT_EQ(3000000000LL - 4294967296LL, wide.getTimeDiffPtr()->tv_sec);
-}
+    EXPECT_EQ("-1294967296/0",
+              text((stamp(kBoot, 3000000000LL, 0) - stamp(kBoot, 0, 0)).getTimeDiffPtr()));
 
-TEST_F(TimeTest, Comparisons) {
-    struct Case {
-        time_t a_sec;
-        long a_nsec;
-        time_t b_sec;
-        long b_nsec;
-        bool a_ge_b;
-    };
-    const Case cases[] = {
-        {5, 7, 5, 7, true},          // equal stamps are >=, not <
-        {5, 1, 5, 2, false},         // one nanosecond earlier
-        {6, 0, 5, 999999999, true},  // the borrow keeps the sign right
-        {4, 999999999, 5, 0, false},
-    };
-    for (const Case& c : cases) {
-        const Timestamp a = stamp(kMono, c.a_sec, c.a_nsec);
-        const Timestamp b = stamp(kMono, c.b_sec, c.b_nsec);
-        EXPECT_EQ(c.a_ge_b, a >= b) << text(c.a_sec, c.a_nsec);
-        EXPECT_EQ(!c.a_ge_b, a < b) << text(c.a_sec, c.a_nsec);
+    // Pairs of an earlier and a later stamp; the nanosecond borrow keeps the sign right.
+    for (const auto& p : {std::make_pair(stamp(kMono, 5, 1), stamp(kMono, 5, 2)),
+                          std::make_pair(stamp(kMono, 5, 999999999), stamp(kMono, 6, 0))}) {
+        EXPECT_TRUE(p.first < p.second && p.second >= p.first && p.first >= p.first);
+        EXPECT_FALSE(p.first >= p.second || p.second < p.first || p.first < p.first);
     }
 }
 
-TEST_F(TimeDeathTest, MisuseEndsTheProcess) {
-    EXPECT_EXIT(
-        {
-            route_timestamp_errors_to_stderr();
-            (void)(stamp(kBoot, 1, 0) - stamp(kMono, 1, 0));
-        },
-        ::testing::ExitedWithCode(255),
-        "\\[Timestamp\\] operator - ts: my clock id: 7, his clock id: 1");
-    EXPECT_EXIT(
-        {
-            route_timestamp_errors_to_stderr();
-            (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0));
-        },
-        ::testing::ExitedWithCode(255),
-        "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1");
-    const Timestamp valid = stamp(kMono, 1, 0);
-    const Timestamp invalid(false);
-    const TimeDiff good(true);
-    const TimeDiff bad(false);
-    EXPECT_EXIT((void)(invalid + good), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(valid + bad), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(valid - bad), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(valid - invalid), ::testing::ExitedWithCode(255), "");
-    EXPECT_EXIT((void)(invalid < valid), ::testing::ExitedWithCode(255), "");
+TEST_F(TimeTest, MisuseEndsTheProcess) {
+    // Forked without re-executing the binary, which user-mode emulation cannot do.
+    GTEST_FLAG_SET(death_test_style, "fast");
+    const struct {
+        void (*misuse)();
+        const char* message;
+    } cases[] = {{[] { (void)(stamp(kBoot, 1, 0) - stamp(kMono, 1, 0)); },
+                  "\\[Timestamp\\] operator - ts: my clock id: 7, his clock id: 1"},
+                 {[] { (void)(stamp(kBoot, 1, 0) >= stamp(kMono, 1, 0)); },
+                  "\\[Timestamp\\] operator >=: my clock id: 7, his clock id: 1"},
+                 {[] { (void)(Timestamp(false) + TimeDiff(true)); }, ""},
+                 {[] { (void)(stamp(kMono, 1, 0) + TimeDiff(false)); }, ""},
+                 {[] { (void)(stamp(kMono, 1, 0) - TimeDiff(false)); }, ""},
+                 {[] { (void)(stamp(kMono, 1, 0) - Timestamp(false)); }, ""},
+                 {[] { (void)(Timestamp(false) < stamp(kMono, 1, 0)); }, ""}};
+    for (const auto& c : cases) {
+        EXPECT_EXIT(
+                {
+                    log_set_local_level_for_tag("Timestamp", EL_ERROR,
+                                                EO_STDOUT);  // to the matcher
+                    dup2(STDERR_FILENO, STDOUT_FILENO);
+                    c.misuse();
+                },
+                ::testing::ExitedWithCode(255), c.message);
+    }
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
 }
 
-TEST(TimeMillisTest, RoundHalfUp) {
+TEST(TimeMillisTest, RoundHalfUpAndClockReadings) {
     EXPECT_EQ(6000, time_internal::rounded_ms(timespec{5, 999600000}));
     EXPECT_EQ(5000, time_internal::rounded_ms(timespec{5, 499999}));
     EXPECT_EQ(5001, time_internal::rounded_ms(timespec{5, 500000}));
     EXPECT_EQ(5000, time_internal::rounded_ms(timeval{5, 499}));
     EXPECT_EQ(5001, time_internal::rounded_ms(timeval{5, 500}));
 
-    const Timestamp before(kBoot);
-    const int64_t boot_ms = get_time_boot_ms();
-    const Timestamp after(kBoot);
-    EXPECT_GE(boot_ms, before.getTimestampPtr()->tv_sec * 1000);
-    EXPECT_LE(boot_ms, (after.getTimestampPtr()->tv_sec + 1) * 1000);
-    const int64_t rtc_ms = get_time_rtc_ms();
-    EXPECT_NEAR(static_cast<double>(time(nullptr)) * 1000.0, static_cast<double>(rtc_ms), 2000.0);
-    EXPECT_GE(get_time_monotonic_ms(), Timestamp(kMono).getTimestampPtr()->tv_sec * 1000 - 1000);
-}
-
-TEST(TimeMillisTest, RtcValidityBoundary) {
+    EXPECT_NEAR(Timestamp(kBoot).getTimestampPtr()->tv_sec * 1000.0, get_time_boot_ms(), 1000.0);
+    EXPECT_NEAR(time(nullptr) * 1000.0, get_time_rtc_ms(), 2000.0);
     EXPECT_FALSE(is_time_rtc_ms_valid(1417569370000LL));
     EXPECT_TRUE(is_time_rtc_ms_valid(1417569370001LL));
-    EXPECT_TRUE(is_time_rtc_ms_valid(get_time_rtc_ms()));
 }
 
 }  // namespace
