@@ -4,7 +4,6 @@
 #include <string.h>
 
 #include <memory>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -14,73 +13,57 @@
 
 namespace {
 
-using vel_loc_fw::FIELD_TYPE_BLOB;
-using vel_loc_fw::FIELD_TYPE_INT16;
-using vel_loc_fw::InPostcardImpl;
-
-std::vector<uint8_t> manyFields() {
-    std::unique_ptr<vel_loc_fw::OutPostcard> out(vel_loc_fw::OutPostcard::createInstance());
-    EXPECT_EQ(out->init(), 0);
-    for (int i = 0; i < 70; ++i) {
-        EXPECT_EQ(out->addBlob("f", &i, sizeof(i)), 0);
-        if (i % 10 == 0) {
-            EXPECT_EQ(out->addInt16("g", static_cast<short>(i)), 0);
-        }
-    }
-    EXPECT_EQ(out->finalize(), 0);
-    return varn_test::stream_bytes(out->getEncodedBuffer());
-}
+using vel_loc_fw::eFieldType;
 
 TEST(PostcardIndex, IndexedAndWalkedLookUpsAgree) {
-    const std::vector<uint8_t> whole = manyFields();
-    // A body length that ends the fields one byte into the third record
-    // (blob "f" at 4, int16 "g" at 18, blob "f" at 26): the walk stops there.
-    std::vector<uint8_t> short_body = whole;
+    std::unique_ptr<vel_loc_fw::OutPostcard> out = varn_test::started();
+    for (int i = 0; i < 70; ++i) {  // blob "f" at 4, int16 "g" at 18, blob "f" at 26, ...
+        out->addBlob("f", &i, sizeof(i));
+        if (i % 10 == 0) out->addInt16("g", static_cast<short>(i));
+    }
+    ASSERT_EQ(out->finalize(), 0);
+    const std::vector<uint8_t> whole = varn_test::stream_bytes(out->getEncodedBuffer());
+    std::vector<uint8_t> short_body = whole;  // ends one byte into the third record
     const uint32_t body_length = 23;
     memcpy(short_body.data(), &body_length, sizeof(body_length));
     // Whole, cut inside a record past the index's capacity, cut inside one
-    // the index would hold, too short for a body length, and lying about it.
-    const std::pair<const std::vector<uint8_t>*, size_t> variants[] = {{&whole, whole.size()},
-                                                                       {&whole, whole.size() - 40},
-                                                                       {&whole, 200},
-                                                                       {&whole, 3},
-                                                                       {&short_body, whole.size()}};
-    for (const auto& variant : variants) {
-        const std::vector<uint8_t>& bytes = *variant.first;
-        const size_t size = variant.second;
-        SCOPED_TRACE(testing::Message() << size << (variant.first == &whole ? "" : " short body"));
-        InPostcardImpl indexed;
-        ASSERT_EQ(indexed.init(bytes.data(), size, false), 0);
-        std::unique_ptr<vel_loc_fw::InMemoryStream> lent(
-                vel_loc_fw::InMemoryStream::createInstance());
-        ASSERT_EQ(lent->setBuffer(bytes.data(), size), 0);
-        InPostcardImpl walked(lent.release());
+    // the index holds, too short for a body length, and lying about it.
+    const struct {
+        const std::vector<uint8_t>& bytes;
+        size_t size;
+    } variants[] = {{whole, whole.size()},
+                    {whole, whole.size() - 40},
+                    {whole, 200},
+                    {whole, 3},
+                    {short_body, whole.size()}};
+    for (const auto& v : variants) {
+        SCOPED_TRACE(testing::Message() << v.size << (&v.bytes == &whole ? "" : " short body"));
+        vel_loc_fw::InPostcardImpl indexed;
+        ASSERT_EQ(indexed.init(v.bytes.data(), v.size, false), 0);
+        vel_loc_fw::InMemoryStream* lent = vel_loc_fw::InMemoryStream::createInstance();
+        ASSERT_EQ(lent->setBuffer(v.bytes.data(), v.size), 0);
+        vel_loc_fw::InPostcardImpl walked(lent);
         for (int index : {0, 5, 63, 64, 69, 70}) {
             for (const char* name : {"f", "g", "h", ""}) {
-                for (unsigned short type : {FIELD_TYPE_BLOB, FIELD_TYPE_INT16}) {
+                for (eFieldType type :
+                     {vel_loc_fw::FIELD_TYPE_BLOB, vel_loc_fw::FIELD_TYPE_INT16}) {
                     SCOPED_TRACE(testing::Message() << name << " " << type << " #" << index);
+                    const bool blob = type == vel_loc_fw::FIELD_TYPE_BLOB;
                     const void* a = nullptr;
                     const void* b = nullptr;
                     size_t a_length = 0, b_length = 0;
-                    const int found =
-                            indexed.getBlobByType(name, static_cast<vel_loc_fw::eFieldType>(type),
-                                                  &a, &a_length, type == FIELD_TYPE_BLOB, index);
-                    EXPECT_EQ(found,
-                              walked.getBlobByType(name, static_cast<vel_loc_fw::eFieldType>(type),
-                                                   &b, &b_length, type == FIELD_TYPE_BLOB, index));
-                    if (found == 0 && type == FIELD_TYPE_BLOB) {
+                    const int found = indexed.getBlobByType(name, type, &a, &a_length, blob, index);
+                    EXPECT_EQ(found, walked.getBlobByType(name, type, &b, &b_length, blob, index));
+                    if (v.size == whole.size() && &v.bytes == &whole && blob && *name == 'f') {
+                        EXPECT_EQ(found, index < 70 ? 0 : -1);
+                    }
+                    if (found == 0 && blob) {
                         ASSERT_EQ(a_length, sizeof(int));
                         EXPECT_EQ(memcmp(a, &index, sizeof(int)), 0);
                         EXPECT_EQ(memcmp(a, b, sizeof(int)), 0);
                     }
                 }
             }
-        }
-        if (&bytes == &whole && size == whole.size()) {
-            const void* data = nullptr;
-            size_t length = 0;
-            EXPECT_EQ(indexed.getBlobByType("f", FIELD_TYPE_BLOB, &data, &length, true, 69), 0);
-            EXPECT_EQ(indexed.getBlobByType("f", FIELD_TYPE_BLOB, &data, &length, true, 70), -1);
         }
     }
 }
