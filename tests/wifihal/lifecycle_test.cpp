@@ -1,7 +1,12 @@
-// Interface lifecycle: init, destroy, configuration keys and the callback table.
+// Interface lifecycle (init, destroy, configuration keys), request ids and
+// the handler tables.
 #include <varn_wifihal.h>
 
 #include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <vector>
 
 #include "listener/varn_client_listener_impl.h"
 #include "wifihal/request_bookkeeping.h"
@@ -10,14 +15,19 @@
 namespace wifihal_test {
 namespace {
 
+void onRtt(wifi_request_id, unsigned, wifi_rtt_result**) {}
+void onRttV2(wifi_request_id, unsigned, wifi_rtt_result_v2**) {}
+void onEvent(wifi_request_id, wifi_scan_event) {}
+void onLost(wifi_request_id, unsigned, wifi_scan_result*) {}
+void onChange(wifi_request_id, unsigned, wifi_significant_change_result**) {}
+
 using LifecycleTest = WifiHalTest;
+using RequestBookkeepingTest = WifiHalTest;
 
 TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
     g_weighted_mean = 7;
     g_discard_bw_mis_match = 9;
-
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->init());
     EXPECT_EQ(1, varn_wifihal_interface_initialized);
     ASSERT_NE(nullptr, client);
     ASSERT_NE(nullptr, listener);
@@ -26,8 +36,7 @@ TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
     EXPECT_EQ(7, g_weighted_mean);
     EXPECT_EQ(9u, g_discard_bw_mis_match);
     EXPECT_TRUE(capture_.contains(
-            "[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"))
-            << capture_.dump();
+            "[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"));
     EXPECT_EQ(3, effectiveGlobalLogLevel(capture_));
     EXPECT_EQ(1u, sim().liveClients());
 }
@@ -36,20 +45,16 @@ TEST_F(LifecycleTest, SecondInitWarnsAndDropsPointers) {
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     VARNClient* first_client = client;
     VARNClientListenerImpl* first_listener = listener;
-
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-
     EXPECT_EQ(1, varn_wifihal_interface_initialized);
     EXPECT_EQ(nullptr, client);
     EXPECT_EQ(nullptr, listener);
-    EXPECT_TRUE(capture_.contains(
-            "varn_wifihal_init: VARN-WIFIHAL interface already initialized!"));
+    EXPECT_TRUE(capture_.contains("varn_wifihal_init: VARN-WIFIHAL interface already initialized!"));
     // Without a client, ranging and cancel answer as if the interface were down.
     wifi_rtt_config config = validConfig();
     EXPECT_EQ(WIFI_ERROR_UNINITIALIZED,
-              varn_wifihal_rtt_range_request(1, nullptr, 1, &config, {nullptr, nullptr}));
+              varn_wifihal_rtt_range_request(1, nullptr, 1, &config, {onRtt, nullptr}));
     EXPECT_EQ(WIFI_ERROR_UNINITIALIZED, varn_wifihal_rtt_range_cancel(1, nullptr, 1, &config.addr));
-    EXPECT_TRUE(capture_.contains("Illegal rtt range request - interface not initialized"));
     EXPECT_TRUE(capture_.contains("varn_wifihal_rtt_range_cancel: - interface not initialized"));
     // The forgotten objects are still alive; release them here so the test leaks nothing.
     delete first_client;
@@ -59,17 +64,15 @@ TEST_F(LifecycleTest, SecondInitWarnsAndDropsPointers) {
 TEST_F(LifecycleTest, ConfigurationKeysReachTheirTargets) {
     const struct {
         const char* content;
-        int log_level;
-        int multiplier;
-        int32_t weighted_mean;
-        uint32_t bw_mismatch;
+        int log_level, multiplier, weighted_mean, bw_mismatch;
         bool fallback_logged;
     } kCases[] = {
             {"VARN_WIFIHAL_LOG_LEVEL = 5\nVARN_RTT_WEIGHTED_MEAN = 1\n"
              "VARN_WIFIHAL_STDEV_MULT = 35\nVARN_WIFIHAL_BW_MISMATCH = 1\n",
              5, 35, 1, 1, false},
             // The library's own key wins over the platform-wide one.
-            {"VARN_LOG_LEVEL = 1\nVARN_WIFIHAL_LOG_LEVEL = 4\n", 4, 50, 0, 0, false},
+            {"VARN_LOG_LEVEL = 1\nVARN_WIFIHAL_LOG_LEVEL = 4\nVARN_WIFIHAL_BW_MISMATCH = 3\n", 4,
+             50, 0, 3, false},
             {"VARN_LOG_LEVEL = 2\n", 2, 50, 0, 0, true},
             // Neither key: the fallback keeps the default.
             {"VARN_RTT_WEIGHTED_MEAN = 0x10\n", 3, 50, 16, 0, true},
@@ -84,56 +87,39 @@ TEST_F(LifecycleTest, ConfigurationKeysReachTheirTargets) {
         g_discard_bw_mis_match = 0;
         capture_.clear();
         useConfig(c.content);
-
         ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-
         ASSERT_NE(nullptr, listener);
-        EXPECT_EQ(c.multiplier, listener->stdevMultiplier());
-        EXPECT_EQ(c.weighted_mean, g_weighted_mean);
-        EXPECT_EQ(c.bw_mismatch, g_discard_bw_mis_match);
-        EXPECT_EQ(c.log_level, effectiveGlobalLogLevel(capture_));
-        const std::string fallback =
-                "varn_wifihal_init: VARN_WIFIHAL_LOG_LEVEL not foundset to varn log level " +
-                std::to_string(c.log_level);
-        EXPECT_EQ(c.fallback_logged, capture_.contains(fallback)) << capture_.dump();
+        EXPECT_EQ((std::vector<int>{c.multiplier, c.weighted_mean, c.bw_mismatch, c.log_level}),
+                  (std::vector<int>{listener->stdevMultiplier(), g_weighted_mean,
+                                    static_cast<int>(g_discard_bw_mis_match),
+                                    effectiveGlobalLogLevel(capture_)}));
+        EXPECT_EQ(c.fallback_logged,
+                  capture_.contains("varn_wifihal_init: VARN_WIFIHAL_LOG_LEVEL not foundset to "
+                                    "varn log level " + std::to_string(c.log_level)));
+        // The version is shown from the debug level up.
+        EXPECT_EQ(c.log_level >= 4,
+                  capture_.contains("[VARN-WIFIHAL-2.1.1.25] VARN_WIFIHAL_INTERFACE_VERSION: "
+                                    "(VARN-WIFIHAL-2.1.1.25)"));
     }
-}
-
-TEST_F(LifecycleTest, DebugLevelShowsSettingsAndVersion) {
-    useConfig("VARN_WIFIHAL_LOG_LEVEL = 4\nVARN_WIFIHAL_BW_MISMATCH = 3\n");
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-    EXPECT_TRUE(capture_.contains("varn_wifihal_init: VARN_WIFIHAL_BW_MISMATCH 3"));
-    EXPECT_TRUE(capture_.contains(
-            "[VARN-WIFIHAL-2.1.1.25] VARN_WIFIHAL_INTERFACE_VERSION: (VARN-WIFIHAL-2.1.1.25)"));
 }
 
 TEST_F(LifecycleTest, ClientCreationFailureLeavesInterfaceDown) {
     sim().failNextCreateInstance();
-
     EXPECT_EQ(WIFI_ERROR_UNINITIALIZED, varn_wifihal_init());
-
     EXPECT_EQ(0, varn_wifihal_interface_initialized);
     EXPECT_EQ(nullptr, client);
     EXPECT_EQ(nullptr, listener);
     EXPECT_TRUE(capture_.contains("varn_wifihal_init: Could not create the VARNClient"));
-    // A later attempt succeeds.
-    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());  // a later attempt succeeds
 }
 
 TEST_F(LifecycleTest, DestroyReleasesEverythingInAnyState) {
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_destroy());
-    EXPECT_EQ(0, varn_wifihal_interface_initialized);
-
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-    const wifi_rtt_event_handler handler{nullptr, nullptr};
-    addRttRequestHandler(1, 1, handler);
-    RspHandlerRecord scan{};
-    addRspHandler(2, 2, VARN_REQ_BGSCAN_START, scan);
-    const wifi_rtt_capabilities caps{1, 1, 1, 1, 1, 4, 0, 43};
-    ASSERT_EQ(0, storeRttCapabilities(caps));
-
-    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_destroy());
-
+    addRttRequestHandler(1, 1, {onRtt, nullptr});
+    addRspHandler(2, 2, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
+    ASSERT_EQ(0, storeRttCapabilities({1, 1, 1, 1, 1, 4, 0, 43}));
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->destroy());
     EXPECT_EQ(0, varn_wifihal_interface_initialized);
     EXPECT_EQ(nullptr, client);
     EXPECT_EQ(nullptr, listener);
@@ -143,25 +129,133 @@ TEST_F(LifecycleTest, DestroyReleasesEverythingInAnyState) {
     EXPECT_EQ(0u, sim().liveClients());
 }
 
-TEST_F(LifecycleTest, CallbackTableIsStaticAndUsableBeforeInit) {
-    const varn_wifihal_cb_table_t* table = varn_wifihal_get_cb_table();
-    ASSERT_NE(nullptr, table);
-    EXPECT_EQ(table, varn_wifihal_get_cb_table());
-    EXPECT_EQ(&varn_wifihal_init, table->init);
-    EXPECT_EQ(&varn_wifihal_destroy, table->destroy);
-    EXPECT_EQ(&varn_wifihal_rtt_range_request, table->rtt_range_request);
-    EXPECT_EQ(&varn_wifihal_rtt_range_cancel, table->rtt_range_cancel);
-    EXPECT_EQ(nullptr, table->reserved_13);
-    EXPECT_EQ(nullptr, table->reserved_14);
-    EXPECT_EQ(nullptr, table->reserved_15);
-    EXPECT_EQ(nullptr, table->reserved_16);
-    EXPECT_EQ(nullptr, table->reserved_17);
-    EXPECT_EQ(nullptr, table->reserved_18);
+TEST_F(RequestBookkeepingTest, RequestIdsStartAtOneAfterInitAndNeverWrap) {
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+    EXPECT_EQ(1u, nextReqId());
+    EXPECT_EQ(2u, nextReqId());
+    varn_wifihal_destroy();
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+    EXPECT_EQ(1u, nextReqId());
+    req_id = UINT32_MAX - 1;
+    EXPECT_EQ(UINT32_MAX, nextReqId());  // the last id is usable
+    EXPECT_EXIT(nextReqId(), testing::KilledBySignal(SIGABRT), "");
+}
 
-    EXPECT_EQ(WIFI_SUCCESS, table->init());
-    EXPECT_EQ(1, varn_wifihal_interface_initialized);
-    EXPECT_EQ(WIFI_SUCCESS, table->destroy());
-    EXPECT_EQ(0, varn_wifihal_interface_initialized);
+TEST_F(RequestBookkeepingTest, RttLookupsFindTheNewestAndLeaveOutputsOnAMiss) {
+    ASSERT_EQ(0, addRttRequestHandler(7, 100, {onRtt, nullptr}));
+    ASSERT_EQ(0, addRttRequestHandler(8, 100, {nullptr, onRttV2}));
+    EXPECT_EQ(8, getWiFiHalReqId(100));
+    wifi_rtt_event_handler out{onRtt, nullptr};
+    EXPECT_EQ(0, getRttHandler(100, &out));
+    EXPECT_EQ(&onRttV2, out.on_rtt_results_v2);
+    EXPECT_EQ(nullptr, out.on_rtt_results);
+    EXPECT_TRUE(capture_.contains("getRttHandler: clReqId(8), varnReqId(100)"));
+
+    EXPECT_EQ(-1, getWiFiHalReqId(101));
+    EXPECT_EQ(-1, getRttHandler(101, &out));
+    EXPECT_EQ(&onRttV2, out.on_rtt_results_v2);
+    int hal_id = 1234;
+    wifi_scan_result_handler scan{};
+    getGscanEventHandler(hal_id, 100, &scan);
+    wifi_hotlist_ap_found_handler hotlist{};
+    getHotlistApEvtHandler(hal_id, 100, &hotlist);
+    EXPECT_EQ(1234, hal_id);
+    EXPECT_EQ(nullptr, scan.on_full_scan_result);
+    EXPECT_EQ(nullptr, hotlist.on_hotlist_ap_found);
+}
+
+TEST_F(RequestBookkeepingTest, DeleteRemovesOnlyTheNewestMatch) {
+    addRttRequestHandler(5, 1, {onRtt, nullptr});
+    addRttRequestHandler(5, 2, {onRtt, nullptr});
+    addRttRequestHandler(6, 3, {onRtt, nullptr});
+    capture_.clear();
+    deleteWiFiHalReq(5);
+    deleteWiFiHalReq(42);  // absent: nothing happens, nothing is logged
+    EXPECT_EQ(2u, rttRequestHandlers.size());
+    EXPECT_EQ((std::vector<int>{5, -1, 6}),
+              (std::vector<int>{getWiFiHalReqId(1), getWiFiHalReqId(2), getWiFiHalReqId(3)}));
+    EXPECT_TRUE(capture_.lines().empty()) << capture_.dump();
+    // Negative HAL ids travel through the unsigned parameter unchanged.
+    addRttRequestHandler(-3, 4, {onRtt, nullptr});
+    deleteWiFiHalReq(static_cast<uint32_t>(-3));
+    EXPECT_EQ(-1, getWiFiHalReqId(4));
+}
+
+TEST_F(RequestBookkeepingTest, ScanLookupsFindTheirOwnKindAndLogEachNodePassed) {
+    RspHandlerRecord scan_record{}, hotlist_record{}, change_record{};
+    scan_record.scan = {nullptr, onEvent};
+    hotlist_record.hotlist = {nullptr, onLost};
+    change_record.significant_change = {onChange};
+    addRspHandler(11, 300, VARN_REQ_BGSCAN_START, scan_record);
+    addRspHandler(12, 301, VARN_REQ_HOTLIST_SET, hotlist_record);
+    addRspHandler(13, 302, VARN_REQ_SIGNIFICANT_CHANGE_SET, change_record);
+    // Response code 12 is shared by the hotlist answer and the significant-change
+    // event: a node of another kind with the same client id must be passed.
+    addRspHandler(99, 301, VARN_REQ_SIGNIFICANT_CHANGE_SET, RspHandlerRecord{});
+    addRspHandler(98, 300, VARN_REQ_HOTLIST_SET, RspHandlerRecord{});
+    capture_.clear();
+
+    int hal_id = -1;
+    wifi_scan_result_handler scan{};
+    getGscanEventHandler(hal_id, 300, &scan);
+    EXPECT_EQ(11, hal_id);
+    EXPECT_EQ(&onEvent, scan.on_scan_event);
+    // Newest first: every other node is passed on the way.
+    EXPECT_EQ(5u, capture_.count("getGscanEventHandler: varnReqId(300) storedVarnReqId("));
+    EXPECT_TRUE(capture_.contains("getGscanEventHandler: varnReqId(300) storedVarnReqId(301) "
+                                  "reqType(VARN_REQ_HOTLIST_SET) rspHandlersSz(5)"))
+            << capture_.dump();
+    EXPECT_TRUE(capture_.contains("getGscanEventHandler: clReqId(11), varnReqId(300)"));
+    wifi_hotlist_ap_found_handler found{};
+    getHotlistApEvtHandler(hal_id, 301, &found);
+    EXPECT_EQ(12, hal_id);
+    EXPECT_EQ(&onLost, found.on_hotlist_ap_lost);
+    wifi_significant_change_handler changed{};
+    capture_.clear();
+    getSigChangeEvtHandler(hal_id, 302, &changed);
+    EXPECT_EQ(13, hal_id);
+    EXPECT_EQ(&onChange, changed.on_significant_change);
+    EXPECT_TRUE(capture_.contains("getSigChangeEvtHandler: varnReqId(302) storedVarnReqId(302) "
+                                  "reqType(VARN_REQ_SIGNIFICANT_CHANGE_SET) "));
+    EXPECT_FALSE(capture_.contains("rspHandlersSz"));
+}
+
+TEST_F(RequestBookkeepingTest, CleanupHandlersRemovesEveryNodeOfOneType) {
+    addRspHandler(1, 1, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
+    addRspHandler(2, 2, VARN_REQ_HOTLIST_SET, RspHandlerRecord{});
+    addRspHandler(3, 3, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
+    capture_.clear();
+    cleanupHandlers(VARN_REQ_BGSCAN_START);
+    cleanupRttHandlers();  // kept as an entry point; changes nothing
+    ASSERT_EQ(1u, rspHandlers.size());
+    EXPECT_EQ(2u, rspHandlers.head()->varnReqId);
+    EXPECT_TRUE(capture_.contains("Before @cleanupHandlers(): rspHandlers size 3"));
+    EXPECT_EQ(2u, capture_.count("cleanupHandlers: for VARN_REQ_BGSCAN_START request"));
+    EXPECT_TRUE(capture_.contains("After @cleanupHandlers(): rspHandlers size 1"));
+}
+
+TEST_F(RequestBookkeepingTest, CachesAnswerTheirFirstEntry) {
+    const unsigned char a[6] = {1, 2, 3, 4, 5, 6};
+    const unsigned char b[6] = {1, 2, 3, 4, 5, 7};
+    appendReqCache(VARNMacAddress(a), VARN_BW_40MHZ);
+    appendReqCache(VARNMacAddress(a), VARN_BW_80MHZ);
+    WiFiHalReqCacheEntry entry{};
+    ASSERT_TRUE(findRequestedBandwidth(VARNMacAddress(a), &entry));
+    EXPECT_EQ(VARN_BW_40MHZ, entry.bandwidth);
+    entry.bandwidth = VARN_BW_MAX;
+    EXPECT_FALSE(findRequestedBandwidth(VARNMacAddress(b), &entry));
+    EXPECT_EQ(VARN_BW_MAX, entry.bandwidth);
+    clearReqCache();
+    EXPECT_EQ(0u, g_req_cache.size());
+    EXPECT_EQ(nullptr, g_req_cache.data());
+
+    wifi_rtt_capabilities out{};
+    EXPECT_FALSE(copyCachedRttCapabilities(&out));
+    ASSERT_EQ(0, storeRttCapabilities({1, 0, 1, 1, 1, 0x1c, 1, 43}));
+    ASSERT_EQ(0, storeRttCapabilities({0, 0, 0, 0, 0, 0, 0, 0}));
+    ASSERT_TRUE(copyCachedRttCapabilities(&out));
+    EXPECT_EQ((std::vector<int>{1, 0x1c, 43}),
+              (std::vector<int>{out.rtt_one_sided_supported, out.bw_support, out.mc_version}));
 }
 
 }  // namespace

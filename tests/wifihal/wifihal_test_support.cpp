@@ -1,5 +1,7 @@
 #include "wifihal_test_support.h"
 
+#include <string.h>
+
 #include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
 #include <vel_loc_fw/log_util.h>
@@ -26,6 +28,13 @@ void WifiHalTest::TearDown() {
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
 
+void WifiHalUpTest::SetUp() {
+    WifiHalTest::SetUp();
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+    vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
+    capture_.clear();
+}
+
 void WifiHalTest::useConfig(const std::string& content) {
     config_path_ = varn_test::write_temp_file(content);
     loc_utils_set_varn_conf_path(config_path_.c_str());
@@ -34,7 +43,7 @@ void WifiHalTest::useConfig(const std::string& content) {
 wifi_rtt_config validConfig(unsigned char last_octet) {
     wifi_rtt_config c{};
     const unsigned char addr[6] = {0x00, 0x11, 0x22, 0x33, 0x44, last_octet};
-    for (int i = 0; i < 6; ++i) c.addr[i] = addr[i];
+    memcpy(c.addr, addr, sizeof(addr));
     c.type = RTT_TYPE_2_SIDED;
     c.peer = RTT_PEER_AP;
     c.channel.width = WIFI_CHAN_WIDTH_20;

@@ -1,4 +1,4 @@
-// Shared fixture and builders of the entry-layer tests.
+// Shared fixtures and builders of the entry-layer tests.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -28,6 +28,13 @@ class WifiHalTest : public testing::Test {
 
   private:
     std::string config_path_;
+};
+
+// As WifiHalTest, with the interface up, every log level let through again
+// (init applies the default level) and nothing captured yet.
+class WifiHalUpTest : public WifiHalTest {
+  protected:
+    void SetUp() override;
 };
 
 // A configuration every check accepts: two-sided, AP peer, 20 MHz legacy,
