@@ -1,6 +1,5 @@
-// Capability, channel and responder queries and the location information,
-// checked at the simulated service; the refusals and the status table of
-// every entry point; the callback table.
+// Capability, channel, responder and location entry points, checked at the
+// simulated service; the refusals and status codes of every entry point.
 #include <varn_wifihal.h>
 
 #include <gtest/gtest.h>
@@ -25,6 +24,7 @@ void onChange(wifi_request_id, unsigned, wifi_significant_change_result**) {}
 
 constexpr const char* kNoStatus = "failed to get status from wifi driver";
 constexpr const char* kNullRsp = "NULL rsp from wifi driver";
+
 enum class Kind { kQuery, kStatus, kFireAndForget };
 struct EntryPoint {
     const char* name;
@@ -87,7 +87,7 @@ std::vector<EntryPoint> entryPoints() {
 
 class CapabilityQueriesTest : public WifiHalUpTest {
   protected:
-    // Asks for the RTT capabilities of a service reporting `caps`, from a fresh interface.
+    // The RTT capabilities of a service reporting `caps`, asked from a fresh interface.
     wifi_rtt_capabilities freshRttCapabilities(const VARNCapabilities& caps) {
         varn_wifihal_destroy();
         EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());
@@ -131,8 +131,7 @@ TEST_F(CapabilityQueriesTest, ServiceAnswersMapToTheSameErrorsEverywhere) {
 }
 
 TEST_F(CapabilityQueriesTest, EveryEntryPointRefusesWithoutAClient) {
-    // Down, and up with the client dropped by a second init.
-    for (uint8_t flag : {0, 1}) {
+    for (uint8_t flag : {0, 1}) {  // down, and up with the client dropped by a second init
         varn_wifihal_destroy();
         varn_wifihal_interface_initialized = flag;
         for (const EntryPoint& e : entryPoints()) {
@@ -150,7 +149,7 @@ TEST_F(CapabilityQueriesTest, EveryEntryPointRefusesWithoutAClient) {
 
 TEST_F(CapabilityQueriesTest, CapabilitiesOfTheService) {
     // RTT capabilities: highest bandwidth code 0..3 (and an unknown 5), the
-    // responder bit, no ranging at all; the service's own bits: one-sided,
+    // responder bit, no ranging at all; the service's bits: one-sided,
     // two-sided, background scan.
     const struct {
         VARNCapabilities caps;
@@ -206,32 +205,28 @@ TEST_F(CapabilityQueriesTest, RttCapabilitiesAreAskedOnceThenCached) {
 }
 
 TEST_F(CapabilityQueriesTest, ValidChannelsNeverWritePastTheArray) {
-    wifi_channel out[16];
+    wifi_channel out[4];
     int count = -1;
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_valid_channels(nullptr, 1, 3, out, &count));
     EXPECT_EQ(3, count);
     const varn_sim::RecordedRequest sent = sim().lastRequest(VARN_REQ_CHANNELS_SUPPORTED);
     EXPECT_EQ((std::vector<int>{1, 3}), (std::vector<int>{sent.band, sent.max_channels}));
-    // A service answering with more than asked: the count is passed on, the
-    // array is not written past its end.
-    for (int max : {2, -1}) {
-        sim().answerNextWith(VARN_REQ_CHANNELS_SUPPORTED, [](const VARNRequest& r) {
-            auto* rsp = new VARNChannelsSupportedResponse(r.getRequestId(), VARN_RSP_STATUS_SUCCESS);
+    // More channels than asked: the count is passed on, the array not overrun.
+    // An answer of another kind carries none.
+    for (int max : {2, -1, 0}) {
+        sim().answerNextWith(VARN_REQ_CHANNELS_SUPPORTED, [max](const VARNRequest& r) {
+            const uint32_t id = r.getRequestId();
+            if (max == 0) return new VARNResponse(id, VARN_RSP_INVALID, VARN_RSP_STATUS_SUCCESS);
+            auto* rsp = new VARNChannelsSupportedResponse(id, VARN_RSP_STATUS_SUCCESS);
             for (uint32_t f : {5180u, 5200u, 5220u}) rsp->getChannels().push_back(VARNChannel{f});
-            return rsp;
+            return static_cast<VARNResponse*>(rsp);
         });
         out[0] = out[1] = out[2] = -7;
         ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_valid_channels(nullptr, 2, max, out, &count));
-        EXPECT_EQ(3, count);
+        EXPECT_EQ(max == 0 ? 0 : 3, count);
         EXPECT_EQ((std::vector<int>{max > 0 ? 5180 : -7, max > 1 ? 5200 : -7, -7}),
                   std::vector<int>(out, out + 3));
     }
-    // An answer of another kind carries no channels.
-    sim().answerNextWith(VARN_REQ_CHANNELS_SUPPORTED, [](const VARNRequest& r) {
-        return new VARNResponse(r.getRequestId(), VARN_RSP_INVALID, VARN_RSP_STATUS_SUCCESS);
-    });
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_valid_channels(nullptr, 2, 2, out, &count));
-    EXPECT_EQ(0, count);
     EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_get_valid_channels(nullptr, 2, 2, out, nullptr));
 }
 
@@ -242,13 +237,8 @@ TEST_F(CapabilityQueriesTest, GscanCapabilitiesTakeTheBatchingLimits) {
     VARNGscanCapabilities g;
     memcpy(&g, fields, sizeof(g));
     sim().setGscanCapabilities(g);
-    VARNDynamicCapabilities d;
-    d.lpBgscanMaxScanCacheSize = 7;
-    d.lpBgscanMaxApCachePerScan = 8;
-    d.lpBgscanMaxScanReportThresh = 9;
     for (uint32_t batching : {0u, 1u}) {
-        d.lpBgscanBatchingSupported = batching;
-        sim().setDynamicCapabilities(d);
+        sim().setDynamicCapabilities({0, 0, batching, 7, 8, 9});
         wifi_gscan_capabilities out{};
         ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_gscan_capabilities(nullptr, &out));
         memcpy(fields, &out, sizeof(fields));
@@ -265,7 +255,7 @@ TEST_F(CapabilityQueriesTest, GscanCapabilitiesTakeTheBatchingLimits) {
 }
 
 TEST_F(CapabilityQueriesTest, ResponderChannelAndPreamble) {
-    const int kPreamble[5] = {1, 2, 4, 8, 1};
+    const int kPreamble[5] = {1, 2, 4, 8, 1};  // codes 0..3, then the default
     wifi_rtt_responder out{};
     for (uint32_t code = 0; code < 5; ++code) {
         sim().setResponderChannel({3, 5500, 5530, 5610, code});
@@ -285,10 +275,10 @@ TEST_F(CapabilityQueriesTest, ResponderChannelAndPreamble) {
     setHalInt(hint.width, 0x102);  // narrowed to 8 bits on the way
     EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_enable_responder(9, nullptr, hint, 30, &out));
     const varn_sim::RecordedRequest sent = sim().lastRequest(VARN_REQ_ENABLE_RESPONDER);
+    const VARNResponderChannelInfo& asked = sent.responder_channel;
     EXPECT_EQ((std::vector<int>{30, 2, 5745, 5775, 2, 5745}),
-              (std::vector<int>{static_cast<int>(sent.max_duration_s), sent.responder_channel.width,
-                                sent.responder_channel.center_freq,
-                                sent.responder_channel.center_freq0, halInt(out.channel.width),
+              (std::vector<int>{static_cast<int>(sent.max_duration_s), asked.width,
+                                asked.center_freq, asked.center_freq0, halInt(out.channel.width),
                                 out.channel.center_freq}));
 }
 

@@ -29,12 +29,11 @@ TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
     g_discard_bw_mis_match = 9;
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->init());
     EXPECT_EQ(1, varn_wifihal_interface_initialized);
-    ASSERT_NE(nullptr, client);
-    ASSERT_NE(nullptr, listener);
-    EXPECT_EQ(50, listener->stdevMultiplier());
-    EXPECT_EQ(0u, req_id);
-    EXPECT_EQ(7, g_weighted_mean);
-    EXPECT_EQ(9u, g_discard_bw_mis_match);
+    ASSERT_TRUE(client != nullptr && listener != nullptr);
+    // No file: the multiplier's default, the other settings left as they were.
+    EXPECT_EQ((std::vector<int>{50, 7, 9}),
+              (std::vector<int>{listener->stdevMultiplier(), g_weighted_mean,
+                                static_cast<int>(g_discard_bw_mis_match)}));
     EXPECT_TRUE(capture_.contains(
             "[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"));
     EXPECT_EQ(3, effectiveGlobalLogLevel(capture_));
@@ -47,8 +46,7 @@ TEST_F(LifecycleTest, SecondInitWarnsAndDropsPointers) {
     VARNClientListenerImpl* first_listener = listener;
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     EXPECT_EQ(1, varn_wifihal_interface_initialized);
-    EXPECT_EQ(nullptr, client);
-    EXPECT_EQ(nullptr, listener);
+    EXPECT_TRUE(client == nullptr && listener == nullptr);
     EXPECT_TRUE(capture_.contains("varn_wifihal_init: VARN-WIFIHAL interface already initialized!"));
     // Without a client, ranging and cancel answer as if the interface were down.
     wifi_rtt_config config = validConfig();
@@ -107,8 +105,7 @@ TEST_F(LifecycleTest, ClientCreationFailureLeavesInterfaceDown) {
     sim().failNextCreateInstance();
     EXPECT_EQ(WIFI_ERROR_UNINITIALIZED, varn_wifihal_init());
     EXPECT_EQ(0, varn_wifihal_interface_initialized);
-    EXPECT_EQ(nullptr, client);
-    EXPECT_EQ(nullptr, listener);
+    EXPECT_TRUE(client == nullptr && listener == nullptr);
     EXPECT_TRUE(capture_.contains("varn_wifihal_init: Could not create the VARNClient"));
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());  // a later attempt succeeds
 }
@@ -121,11 +118,8 @@ TEST_F(LifecycleTest, DestroyReleasesEverythingInAnyState) {
     ASSERT_EQ(0, storeRttCapabilities({1, 1, 1, 1, 1, 4, 0, 43}));
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->destroy());
     EXPECT_EQ(0, varn_wifihal_interface_initialized);
-    EXPECT_EQ(nullptr, client);
-    EXPECT_EQ(nullptr, listener);
-    EXPECT_EQ(nullptr, rttCachedCapabilities);
-    EXPECT_TRUE(rttRequestHandlers.empty());
-    EXPECT_TRUE(rspHandlers.empty());
+    EXPECT_TRUE(client == nullptr && listener == nullptr && rttCachedCapabilities == nullptr);
+    EXPECT_TRUE(rttRequestHandlers.empty() && rspHandlers.empty());
     EXPECT_EQ(0u, sim().liveClients());
 }
 
@@ -151,17 +145,15 @@ TEST_F(RequestBookkeepingTest, RttLookupsFindTheNewestAndLeaveOutputsOnAMiss) {
     EXPECT_EQ(nullptr, out.on_rtt_results);
     EXPECT_TRUE(capture_.contains("getRttHandler: clReqId(8), varnReqId(100)"));
 
+    // A miss leaves the outputs as they were.
     EXPECT_EQ(-1, getWiFiHalReqId(101));
     EXPECT_EQ(-1, getRttHandler(101, &out));
     EXPECT_EQ(&onRttV2, out.on_rtt_results_v2);
     int hal_id = 1234;
-    wifi_scan_result_handler scan{};
+    wifi_scan_result_handler scan{nullptr, onEvent};
     getGscanEventHandler(hal_id, 100, &scan);
-    wifi_hotlist_ap_found_handler hotlist{};
-    getHotlistApEvtHandler(hal_id, 100, &hotlist);
     EXPECT_EQ(1234, hal_id);
-    EXPECT_EQ(nullptr, scan.on_full_scan_result);
-    EXPECT_EQ(nullptr, hotlist.on_hotlist_ap_found);
+    EXPECT_EQ(&onEvent, scan.on_scan_event);
 }
 
 TEST_F(RequestBookkeepingTest, DeleteRemovesOnlyTheNewestMatch) {
@@ -207,17 +199,17 @@ TEST_F(RequestBookkeepingTest, ScanLookupsFindTheirOwnKindAndLogEachNodePassed) 
             << capture_.dump();
     EXPECT_TRUE(capture_.contains("getGscanEventHandler: clReqId(11), varnReqId(300)"));
     wifi_hotlist_ap_found_handler found{};
+    capture_.clear();
     getHotlistApEvtHandler(hal_id, 301, &found);
     EXPECT_EQ(12, hal_id);
     EXPECT_EQ(&onLost, found.on_hotlist_ap_lost);
+    EXPECT_TRUE(capture_.contains("getHotlistApEvtHandler: varnReqId(301) storedVarnReqId(301) "
+                                  "reqType(VARN_REQ_SIGNIFICANT_CHANGE_SET) "));
+    EXPECT_FALSE(capture_.contains("rspHandlersSz"));
     wifi_significant_change_handler changed{};
-    capture_.clear();
     getSigChangeEvtHandler(hal_id, 302, &changed);
     EXPECT_EQ(13, hal_id);
     EXPECT_EQ(&onChange, changed.on_significant_change);
-    EXPECT_TRUE(capture_.contains("getSigChangeEvtHandler: varnReqId(302) storedVarnReqId(302) "
-                                  "reqType(VARN_REQ_SIGNIFICANT_CHANGE_SET) "));
-    EXPECT_FALSE(capture_.contains("rspHandlersSz"));
 }
 
 TEST_F(RequestBookkeepingTest, CleanupHandlersRemovesEveryNodeOfOneType) {
@@ -242,12 +234,10 @@ TEST_F(RequestBookkeepingTest, CachesAnswerTheirFirstEntry) {
     WiFiHalReqCacheEntry entry{};
     ASSERT_TRUE(findRequestedBandwidth(VARNMacAddress(a), &entry));
     EXPECT_EQ(VARN_BW_40MHZ, entry.bandwidth);
-    entry.bandwidth = VARN_BW_MAX;
     EXPECT_FALSE(findRequestedBandwidth(VARNMacAddress(b), &entry));
-    EXPECT_EQ(VARN_BW_MAX, entry.bandwidth);
+    EXPECT_EQ(VARN_BW_40MHZ, entry.bandwidth);  // a miss leaves it
     clearReqCache();
-    EXPECT_EQ(0u, g_req_cache.size());
-    EXPECT_EQ(nullptr, g_req_cache.data());
+    EXPECT_TRUE(g_req_cache.size() == 0 && g_req_cache.data() == nullptr);
 
     wifi_rtt_capabilities out{};
     EXPECT_FALSE(copyCachedRttCapabilities(&out));

@@ -13,25 +13,20 @@
 namespace wifihal_test {
 
 // Starts every case from a down interface, a reset simulator, no
-// configuration file and all log levels let through; tears the interface
-// down again afterwards.
+// configuration file and all log levels let through; tears down afterwards.
 class WifiHalTest : public testing::Test {
   protected:
     void SetUp() override;
     void TearDown() override;
-
     // Points the configuration path at a new file holding `content`.
     void useConfig(const std::string& content);
-
     varn_sim::Simulator& sim() { return varn_sim::Simulator::instance(); }
-    varn_test::LogCapture capture_;
 
-  private:
+    varn_test::LogCapture capture_;
     std::string config_path_;
 };
 
-// As WifiHalTest, with the interface up, every log level let through again
-// (init applies the default level) and nothing captured yet.
+// The same with the interface up, all levels let through again, nothing captured yet.
 class WifiHalUpTest : public WifiHalTest {
   protected:
     void SetUp() override;
@@ -41,8 +36,8 @@ class WifiHalUpTest : public WifiHalTest {
 // 8 frames per burst, burst duration 15, BSSID 00:11:22:33:44:`last_octet`.
 wifi_rtt_config validConfig(unsigned char last_octet = 0x55);
 
-// The global log threshold (0..5), found by logging one probe message per
-// level and counting those `capture` (the active capture) received.
+// The global log threshold (0..5): how many of five probe lines, one per
+// level, the active `capture` received.
 int effectiveGlobalLogLevel(const varn_test::LogCapture& capture);
 
 }  // namespace wifihal_test
