@@ -212,20 +212,6 @@ TEST_F(RequestBookkeepingTest, ScanLookupsFindTheirOwnKindAndLogEachNodePassed) 
     EXPECT_EQ(&onChange, changed.on_significant_change);
 }
 
-TEST_F(RequestBookkeepingTest, CleanupHandlersRemovesEveryNodeOfOneType) {
-    addRspHandler(1, 1, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
-    addRspHandler(2, 2, VARN_REQ_HOTLIST_SET, RspHandlerRecord{});
-    addRspHandler(3, 3, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
-    capture_.clear();
-    cleanupHandlers(VARN_REQ_BGSCAN_START);
-    cleanupRttHandlers();  // kept as an entry point; changes nothing
-    ASSERT_EQ(1u, rspHandlers.size());
-    EXPECT_EQ(2u, rspHandlers.head()->varnReqId);
-    EXPECT_TRUE(capture_.contains("Before @cleanupHandlers(): rspHandlers size 3"));
-    EXPECT_EQ(2u, capture_.count("cleanupHandlers: for VARN_REQ_BGSCAN_START request"));
-    EXPECT_TRUE(capture_.contains("After @cleanupHandlers(): rspHandlers size 1"));
-}
-
 TEST_F(RequestBookkeepingTest, CachesAnswerTheirFirstEntry) {
     const unsigned char a[6] = {1, 2, 3, 4, 5, 6};
     const unsigned char b[6] = {1, 2, 3, 4, 5, 7};
