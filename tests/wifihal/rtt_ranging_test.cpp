@@ -14,9 +14,8 @@
 #include "wifihal/wifihal_internal.h"
 #include "wifihal_test_support.h"
 
-// Allocation failure for the ranging tests: while armed, the next non-throwing
-// operator new of the program fails. Otherwise forwards to the throwing form,
-// so every allocation still pairs with the matching delete.
+// While armed, the next non-throwing operator new fails; otherwise it forwards
+// to the throwing form, so every allocation still pairs with its delete.
 std::atomic<bool> g_fail_next_nothrow_new{false};
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
@@ -38,8 +37,7 @@ using C = wifi_rtt_config;
 
 class RttRangingTest : public WifiHalUpTest {
   protected:
-    // Sends `configs` with ranging answers held back, so that the handler
-    // stays registered for inspection.
+    // Sends `configs` with ranging answers held back: the handler stays registered.
     wifi_error send(std::vector<C> configs, wifi_request_id id = 77) {
         sim().answerNextWithNull(VARN_REQ_PERIODIC_RANGING_SCAN);
         return varn_wifihal_rtt_range_request(id, nullptr, static_cast<unsigned>(configs.size()),
@@ -132,22 +130,19 @@ TEST_F(RttRangingTest, TableRequestReachesServiceWithExactNodes) {
     one.num_retries_per_ftmr = 3, one.preamble = WIFI_RTT_PREAMBLE_HT, one.bw = WIFI_RTT_BW_40;
     C fixed = validConfig(0xc3);
     fixed.burst_duration = 4, fixed.burst_period = 9;  // the period is only logged: single-shot
+    fixed.addr[3] = 0xab;
 
     std::vector<C> configs{two, one, fixed};
     sim().answerNextWithNull(VARN_REQ_PERIODIC_RANGING_SCAN);
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->rtt_range_request(
                                     42, nullptr, 3, configs.data(), kHandler))
             << capture_.dump();
-
     const varn_sim::RecordedRequest sent = sim().lastRequest(VARN_REQ_PERIODIC_RANGING_SCAN);
     EXPECT_EQ(1u, sim().requestCount());
     EXPECT_EQ(1u, sent.request_id);
     ASSERT_EQ(3u, sent.nodes.size());
-    const VARNPeriodicNodeInfo& n0 = sent.nodes[0];
-    const VARNPeriodicNodeInfo& n1 = sent.nodes[1];
-    const VARNPeriodicNodeInfo& n2 = sent.nodes[2];
-    EXPECT_EQ(VARNMacAddress(two.addr), n0.bssid);
-    EXPECT_EQ(VARNMacAddress(one.addr), n1.bssid);
+    const VARNPeriodicNodeInfo &n0 = sent.nodes[0], &n1 = sent.nodes[1], &n2 = sent.nodes[2];
+    EXPECT_TRUE(VARNMacAddress(two.addr) == n0.bssid && VARNMacAddress(one.addr) == n1.bssid);
     EXPECT_EQ((std::vector<uint32_t>{5745, 5775, 0, 0, 0, 31, 2, 0, 0}),
               (std::vector<uint32_t>{n0.frequency, n0.center_freq0, n0.center_freq1, n0.num_bursts,
                                      n0.burst_period_ms, n0.packets_per_measurement,
@@ -168,27 +163,21 @@ TEST_F(RttRangingTest, TableRequestReachesServiceWithExactNodes) {
             "duration to maxBurstDuration(11)"));
     EXPECT_TRUE(capture_.contains("wifiNodeParamChecking: burst_period (9) set to 0"));
     EXPECT_TRUE(capture_.contains("printVarnRequest: Request_id: 1, numBssids: 3"));
+    // The request dump masks addresses below platform debug level 5.
+    EXPECT_TRUE(capture_.contains(
+            "printWiFiHalRequest: BSSID: 00:11:22:**:**:c3 freq(5180) Center_freq (5180,0) MHz"));
+    EXPECT_TRUE(capture_.contains(
+            "printWiFiHalRequest: RTT_type(0x2) PEER_type(RTT_PEER_AP) BW(WIFI_CHAN_WIDTH_20) "
+            "Burst: num(0), period(9) 100ms, duration(4) frames/burst(8)"));
+    varn_debug_level = 5;
+    ASSERT_EQ(WIFI_SUCCESS, send({fixed}));
+    EXPECT_TRUE(capture_.contains("printWiFiHalRequest: BSSID: 00:11:22:ab:44:c3"));
 
     // The handler is registered under the new client id.
     wifi_rtt_event_handler out{};
     ASSERT_EQ(0, getRttHandler(1, &out));
     EXPECT_EQ(&onRttV2, out.on_rtt_results_v2);
     EXPECT_EQ(42, getWiFiHalReqId(1));
-}
-
-TEST_F(RttRangingTest, RequestDumpMasksBssidBelowDebugLevelFive) {
-    C config = validConfig(0x5f);
-    config.addr[3] = 0xab;
-    ASSERT_EQ(WIFI_SUCCESS, send({config}));
-    EXPECT_TRUE(capture_.contains(
-            "printWiFiHalRequest: BSSID: 00:11:22:**:**:5f freq(5180) Center_freq (5180,0) MHz"))
-            << capture_.dump();
-    EXPECT_TRUE(capture_.contains(
-            "printWiFiHalRequest: RTT_type(0x2) PEER_type(RTT_PEER_AP) BW(WIFI_CHAN_WIDTH_20) "
-            "Burst: num(0), period(0) 100ms, duration(15) frames/burst(8)"));
-    varn_debug_level = 5;
-    ASSERT_EQ(WIFI_SUCCESS, send({config}));
-    EXPECT_TRUE(capture_.contains("printWiFiHalRequest: BSSID: 00:11:22:ab:44:5f"));
 }
 
 TEST_F(RttRangingTest, RefusedOrUnrecordableRequestsLeaveNothingBehind) {
@@ -254,11 +243,11 @@ TEST_F(RttRangingTest, ConversionTablesOutsideTheValidatedRange) {
                   {3, VARN_NODE_PEER_DEVICE},  {4, VARN_NODE_PEER_DEVICE},
                   {5, VARN_NODE_NAN_DEVICE},   {9, VARN_NODE_ACCESS_POINT}};
     for (const auto& p : kPeers) EXPECT_EQ(p.node, toVarnNodeType(p.peer)) << p.peer;
-    EXPECT_EQ(VARN_BW_160MHZ, toVarnBandwidth(WIFI_RTT_BW_160));
-    EXPECT_EQ(VARN_BW_20MHZ, toVarnBandwidth(WIFI_RTT_BW_320));
-    EXPECT_EQ(VARN_RTT_TYPE_1_SIDED, toVarnRttType(7));
-    EXPECT_EQ(VARN_RTT_PREAMBLE_HE, toVarnPreamble(WIFI_RTT_PREAMBLE_HE));
-    EXPECT_EQ(VARN_RTT_PREAMBLE_LEGACY, toVarnPreamble(WIFI_RTT_PREAMBLE_EHT));
+    EXPECT_EQ((std::vector<int>{VARN_BW_160MHZ, VARN_BW_20MHZ, VARN_RTT_TYPE_1_SIDED,
+                                VARN_RTT_PREAMBLE_HE, VARN_RTT_PREAMBLE_LEGACY}),
+              (std::vector<int>{toVarnBandwidth(WIFI_RTT_BW_160), toVarnBandwidth(WIFI_RTT_BW_320),
+                                toVarnRttType(7), toVarnPreamble(WIFI_RTT_PREAMBLE_HE),
+                                toVarnPreamble(WIFI_RTT_PREAMBLE_EHT)}));
 
     // Periodic ranging (never passes the checks today) carries the period in the word.
     C periodic = validConfig();
