@@ -47,7 +47,8 @@ TEST_F(LifecycleTest, SecondInitWarnsAndDropsPointers) {
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     EXPECT_EQ(1, varn_wifihal_interface_initialized);
     EXPECT_TRUE(client == nullptr && listener == nullptr);
-    EXPECT_TRUE(capture_.contains("varn_wifihal_init: VARN-WIFIHAL interface already initialized!"));
+    EXPECT_TRUE(
+            capture_.contains("varn_wifihal_init: VARN-WIFIHAL interface already initialized!"));
     // Without a client, ranging and cancel answer as if the interface were down.
     wifi_rtt_config config = validConfig();
     EXPECT_EQ(WIFI_ERROR_UNINITIALIZED,
@@ -93,7 +94,8 @@ TEST_F(LifecycleTest, ConfigurationKeysReachTheirTargets) {
                                     effectiveGlobalLogLevel(capture_)}));
         EXPECT_EQ(c.fallback_logged,
                   capture_.contains("varn_wifihal_init: VARN_WIFIHAL_LOG_LEVEL not foundset to "
-                                    "varn log level " + std::to_string(c.log_level)));
+                                    "varn log level " +
+                                    std::to_string(c.log_level)));
         // The version is shown from the debug level up.
         EXPECT_EQ(c.log_level >= 4,
                   capture_.contains("[VARN-WIFIHAL-2.1.1.25] VARN_WIFIHAL_INTERFACE_VERSION: "
@@ -189,8 +191,9 @@ TEST_F(RequestBookkeepingTest, ScanLookupsFindTheirOwnKindAndLogEachNodePassed) 
     EXPECT_EQ(&onEvent, scan.on_scan_event);
     // Newest first: every other node is passed on the way.
     EXPECT_EQ(5u, capture_.count("getGscanEventHandler: varnReqId(300) storedVarnReqId("));
-    EXPECT_TRUE(capture_.contains("getGscanEventHandler: varnReqId(300) storedVarnReqId(301) "
-                                  "reqType(VARN_REQ_HOTLIST_SET) rspHandlersSz(5)"))
+    EXPECT_TRUE(
+            capture_.contains("getGscanEventHandler: varnReqId(300) storedVarnReqId(301) "
+                              "reqType(VARN_REQ_HOTLIST_SET) rspHandlersSz(5)"))
             << capture_.dump();
     EXPECT_TRUE(capture_.contains("getGscanEventHandler: clReqId(11), varnReqId(300)"));
     wifi_hotlist_ap_found_handler found{};
@@ -198,8 +201,9 @@ TEST_F(RequestBookkeepingTest, ScanLookupsFindTheirOwnKindAndLogEachNodePassed) 
     getHotlistApEvtHandler(hal_id, 301, &found);
     EXPECT_EQ(12, hal_id);
     EXPECT_EQ(&onLost, found.on_hotlist_ap_lost);
-    EXPECT_TRUE(capture_.contains("getHotlistApEvtHandler: varnReqId(301) storedVarnReqId(301) "
-                                  "reqType(VARN_REQ_SIGNIFICANT_CHANGE_SET) "));
+    EXPECT_TRUE(
+            capture_.contains("getHotlistApEvtHandler: varnReqId(301) storedVarnReqId(301) "
+                              "reqType(VARN_REQ_SIGNIFICANT_CHANGE_SET) "));
     EXPECT_FALSE(capture_.contains("rspHandlersSz"));
     wifi_significant_change_handler changed{};
     getSigChangeEvtHandler(hal_id, 302, &changed);

@@ -5,8 +5,8 @@
 
 #include <atomic>
 #include <functional>
-#include <string>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "wifihal/request_bookkeeping.h"
@@ -145,8 +145,8 @@ TEST_F(RttRangingTest, TableRequestReachesServiceWithExactNodes) {
     EXPECT_TRUE(VARNMacAddress(two.addr) == n0.bssid && VARNMacAddress(one.addr) == n1.bssid);
     EXPECT_EQ((std::vector<uint32_t>{5745, 5775, 0, 0, 0, 31, 2, 0, 0}),
               (std::vector<uint32_t>{n0.frequency, n0.center_freq0, n0.center_freq1, n0.num_bursts,
-                                     n0.burst_period_ms, n0.packets_per_measurement,
-                                     n0.num_retries, n0.periodic, n2.periodic}));
+                                     n0.burst_period_ms, n0.packets_per_measurement, n0.num_retries,
+                                     n0.periodic, n2.periodic}));
     EXPECT_EQ((std::vector<int>{VARN_RTT_TYPE_2_SIDED, VARN_NODE_NAN_DEVICE, VARN_BW_80MHZ,
                                 VARN_RTT_PREAMBLE_VHT, VARN_RTT_TYPE_1_SIDED,
                                 VARN_NODE_ACCESS_POINT, VARN_BW_40MHZ, VARN_RTT_PREAMBLE_HT}),

@@ -43,7 +43,14 @@ wifi_rtt_config validConfig(unsigned char last_octet) {
             RTT_TYPE_2_SIDED,
             RTT_PEER_AP,
             {WIFI_CHAN_WIDTH_20, 5180, 5180, 0},
-            0, 0, 8, 0, 0, 0, 0, 15,
+            0,
+            0,
+            8,
+            0,
+            0,
+            0,
+            0,
+            15,
             WIFI_RTT_PREAMBLE_LEGACY,
             WIFI_RTT_BW_20};
 }
