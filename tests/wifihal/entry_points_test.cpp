@@ -190,39 +190,35 @@ TEST_F(CapabilityQueriesTest, CapabilitiesOfTheService) {
         u32 bits = 0xffffffff;
         EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_varn_capabilities(&bits));
         EXPECT_EQ(c.bits, bits);
+        // The RTT capabilities are asked once, then cached.
+        sim().setCapabilities(VARNCapabilities{});
+        const size_t asked = sim().requestCount();
+        wifi_rtt_capabilities again{};
+        ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_rtt_capabilities(nullptr, &again));
+        EXPECT_EQ(0, memcmp(&c.rtt, &again, sizeof(again)));
+        EXPECT_EQ(asked, sim().requestCount());
     }
-    // The service's bits also fill an empty RTT capability cache.
+    EXPECT_TRUE(
+            capture_.contains("printCapabilitiesInfo: one_sided_ranging_supported(1) "
+                              "dual_sided_ranging_supported_11mc(1) bwSupport(0x3)"));
+    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_get_rtt_capabilities(nullptr, nullptr));
+    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_get_varn_capabilities(nullptr));
+    // Unanswered, nothing is cached; the service's bits also fill an empty cache.
     varn_wifihal_destroy();
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-    u32 bits = 0;
-    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_varn_capabilities(&bits));
     wifi_rtt_capabilities cached{};
-    ASSERT_TRUE(copyCachedRttCapabilities(&cached));
-    EXPECT_EQ(0, memcmp(&kCases[5].rtt, &cached, sizeof(cached)));
-    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_get_varn_capabilities(nullptr));
+    sim().answerNextWithNull(VARN_REQ_CAPABILITY);
+    EXPECT_EQ(WIFI_ERROR_UNKNOWN, varn_wifihal_get_rtt_capabilities(nullptr, &cached));
+    u32 bits = 0;
     sim().answerNextWithNull(VARN_REQ_CAPABILITY);
     EXPECT_EQ(WIFI_ERROR_UNKNOWN, varn_wifihal_get_varn_capabilities(&bits));
+    EXPECT_FALSE(copyCachedRttCapabilities(&cached));
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_varn_capabilities(&bits));
+    ASSERT_TRUE(copyCachedRttCapabilities(&cached));
+    EXPECT_EQ(0, memcmp(&kCases[5].rtt, &cached, sizeof(cached)));
     u16 version[3] = {};
     EXPECT_EQ(WIFI_SUCCESS, hal().get_varn_version(&version[0], &version[1], &version[2]));
     EXPECT_EQ((std::vector<u16>{2, 1, 1}), std::vector<u16>(version, version + 3));
-}
-
-TEST_F(CapabilityQueriesTest, RttCapabilitiesAreAskedOnceThenCached) {
-    const wifi_rtt_capabilities first = freshRttCapabilities(sim().capabilities());
-    sim().setCapabilities(VARNCapabilities{});  // later answers no longer matter
-    wifi_rtt_capabilities second{};
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_rtt_capabilities(nullptr, &second));
-    EXPECT_EQ(1u, sim().requestCount());
-    EXPECT_EQ(0, memcmp(&first, &second, sizeof(first)));
-    EXPECT_TRUE(
-            capture_.contains("printCapabilitiesInfo: one_sided_ranging_supported(1) "
-                              "dual_sided_ranging_supported_11mc(1) bwSupport(0x2)"));
-    EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_get_rtt_capabilities(nullptr, nullptr));
-    sim().answerNextWithNull(VARN_REQ_CAPABILITY);
-    varn_wifihal_destroy();
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-    EXPECT_EQ(WIFI_ERROR_UNKNOWN, varn_wifihal_get_rtt_capabilities(nullptr, &second));
-    EXPECT_EQ(nullptr, rttCachedCapabilities);
 }
 
 TEST_F(CapabilityQueriesTest, ValidChannelsNeverWritePastTheArray) {
@@ -253,12 +249,9 @@ TEST_F(CapabilityQueriesTest, ValidChannelsNeverWritePastTheArray) {
 }
 
 TEST_F(CapabilityQueriesTest, GscanCapabilitiesTakeTheBatchingLimits) {
+    sim().setGscanCapabilities({100, 101, 102, 103, 104, 105, 106, 107, 108, 109, 110, 111});
     int32_t fields[12];
-    static_assert(sizeof(VARNGscanCapabilities) == sizeof(fields), "twelve fields");
-    for (int i = 0; i < 12; ++i) fields[i] = 100 + i;
-    VARNGscanCapabilities g;
-    memcpy(&g, fields, sizeof(g));
-    sim().setGscanCapabilities(g);
+    static_assert(sizeof(wifi_gscan_capabilities) == sizeof(fields), "twelve fields");
     for (uint32_t batching : {0u, 1u}) {
         sim().setDynamicCapabilities({0, 0, batching, 7, 8, 9});
         wifi_gscan_capabilities out{};
