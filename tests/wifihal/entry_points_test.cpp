@@ -223,13 +223,9 @@ TEST_F(CapabilityQueriesTest, CapabilitiesOfTheService) {
 TEST_F(CapabilityQueriesTest, ValidChannelsNeverWritePastTheArray) {
     wifi_channel out[4];
     int count = -1;
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_valid_channels(nullptr, 1, 3, out, &count));
-    EXPECT_EQ(3, count);
-    const varn_sim::RecordedRequest sent = sim().lastRequest(VARN_REQ_CHANNELS_SUPPORTED);
-    EXPECT_EQ((std::vector<int>{1, 3}), (std::vector<int>{sent.band, sent.max_channels}));
     // More channels than asked: the count is passed on, the array not overrun.
     // An answer of another kind carries none.
-    for (int max : {2, -1, 0}) {
+    for (int max : {3, 2, -1, 0}) {
         sim().answerNextWith(VARN_REQ_CHANNELS_SUPPORTED, [max](const VARNRequest& r) {
             const uint32_t id = r.getRequestId();
             if (max == 0) return new VARNResponse(id, VARN_RSP_INVALID, VARN_RSP_STATUS_SUCCESS);
@@ -238,10 +234,12 @@ TEST_F(CapabilityQueriesTest, ValidChannelsNeverWritePastTheArray) {
             return static_cast<VARNResponse*>(rsp);
         });
         out[0] = out[1] = out[2] = -7;
-        ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_valid_channels(nullptr, 2, max, out, &count));
-        EXPECT_EQ(max == 0 ? 0 : 3, count);
-        EXPECT_EQ((std::vector<int>{max > 0 ? 5180 : -7, max > 1 ? 5200 : -7, -7}),
-                  std::vector<int>(out, out + 3));
+        ASSERT_EQ(WIFI_SUCCESS,
+                  varn_wifihal_get_valid_channels(nullptr, max + 8, max, out, &count));
+        const varn_sim::RecordedRequest sent = sim().lastRequest(VARN_REQ_CHANNELS_SUPPORTED);
+        EXPECT_EQ((std::vector<int>{max + 8, max, max == 0 ? 0 : 3, max > 0 ? 5180 : -7,
+                                    max > 1 ? 5200 : -7, max > 2 ? 5220 : -7}),
+                  (std::vector<int>{sent.band, sent.max_channels, count, out[0], out[1], out[2]}));
     }
     EXPECT_EQ(WIFI_ERROR_INVALID_ARGS,
               varn_wifihal_get_valid_channels(nullptr, 2, 2, out, nullptr));
@@ -519,10 +517,8 @@ TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
         EXPECT_EQ(std::min(max, 5), num);
     }
     EXPECT_EQ(1, sim().lastRequest(VARN_REQ_GET_CACHED_BGSCAN_RESULTS).flush);
-    EXPECT_EQ((std::vector<int>{0, 2, 4, 1}),
-              (std::vector<int>{cached[0].scan_id, cached[0].num_results, cached[4].scan_id,
-                                cached[4].num_results}));
     EXPECT_STREQ("Cafe", cached[3].results[1].ssid);
+    EXPECT_EQ(1, cached[4].num_results);
     for (int* out : {&num, static_cast<int*>(nullptr)}) {
         EXPECT_EQ(WIFI_ERROR_INVALID_ARGS,
                   varn_wifihal_get_cached_gscan_results(nullptr, 0, out ? -1 : 8, cached, out));

@@ -1,5 +1,5 @@
 // HAL threads ranging and scanning while the service answers and streams
-// events and another thread looks handlers up. Meant for ThreadSanitizer.
+// events. Meant for ThreadSanitizer.
 #include <varn_wifihal.h>
 
 #include <gtest/gtest.h>
@@ -36,17 +36,6 @@ TEST_F(WifiHalStressTest, RangingAndScansWhileAnswersAndEventsStream) {
     std::atomic<int> failures{0};
     {
         varn_test::BackgroundLoop scanner([this] { sim().runScanCycle(); }, 1);
-        // Stands in for the response thread's look-ups besides the listener's own.
-        varn_test::BackgroundLoop reader([] {
-            const uint32_t id = nextReqId();
-            wifi_rtt_event_handler handler{};
-            getRttHandler(id, &handler);
-            WiFiHalReqCacheEntry entry{};
-            findRequestedBandwidth(VARNMacAddress(validConfig(0).addr), &entry);
-            int hal_id = -1;
-            wifi_scan_result_handler scan{};
-            getGscanEventHandler(hal_id, id, &scan);
-        });
         varn_test::runOnThreads(3, [&](int t) {
             for (int i = 0; i < kRounds; ++i) {
                 const wifi_request_id id = t * 1000 + i;
