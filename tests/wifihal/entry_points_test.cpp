@@ -481,13 +481,10 @@ TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
     ASSERT_EQ(0, varn_sim::Scenario::parse(kScenario, &scenario, nullptr));
     sim().setScenario(scenario);
 
-    wifi_scan_cmd_params params{};
-    params.base_period = 100;
-    params.num_buckets = 1;
-    params.buckets[0].report_events = REPORT_EVENTS_EACH_SCAN | REPORT_EVENTS_FULL_RESULTS;
-    params.buckets[0].num_channels = 2;
-    params.buckets[0].channels[0].channel = 5180;
-    params.buckets[0].channels[1].channel = 2462;
+    wifi_scan_cmd_params params{100, 0, 0, 0, 1, {}};
+    wifi_scan_bucket_spec& bucket = params.buckets[0];
+    bucket.report_events = REPORT_EVENTS_EACH_SCAN | REPORT_EVENTS_FULL_RESULTS;
+    bucket.num_channels = 2, bucket.channels[0].channel = 5180, bucket.channels[1].channel = 2462;
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_start_gscan(21, nullptr, params, kScan));
     for (int cycle = 0; cycle < 5; ++cycle) sim().runScanCycle();
     ASSERT_TRUE(sim().waitUntilDelivered());

@@ -23,7 +23,8 @@ void onChange(wifi_request_id, unsigned, wifi_significant_change_result**) {}
 using LifecycleTest = WifiHalTest;
 using RequestBookkeepingTest = WifiHalTest;
 
-TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
+TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaultsAndDestroyReleasesEverything) {
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_destroy());  // also while down
     g_weighted_mean = 7;
     g_discard_bw_mis_match = 9;
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->init());
@@ -37,6 +38,15 @@ TEST_F(LifecycleTest, InitWithoutConfigFileUsesDefaults) {
             "[VARN-WIFIHAL-2.1.1.25] varn_wifihal_init: config file not available"));
     EXPECT_EQ(3, effectiveGlobalLogLevel(capture_));
     EXPECT_EQ(1u, sim().liveClients());
+
+    addRttRequestHandler(1, 1, {onRtt, nullptr});
+    addRspHandler(2, 2, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
+    ASSERT_EQ(0, storeRttCapabilities({1, 1, 1, 1, 1, 4, 0, 43}));
+    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->destroy());
+    EXPECT_EQ(0, varn_wifihal_interface_initialized);
+    EXPECT_TRUE(client == nullptr && listener == nullptr && rttCachedCapabilities == nullptr);
+    EXPECT_TRUE(rttRequestHandlers.empty() && rspHandlers.empty());
+    EXPECT_EQ(0u, sim().liveClients());
 }
 
 TEST_F(LifecycleTest, SecondInitWarnsAndDropsPointers) {
@@ -106,19 +116,6 @@ TEST_F(LifecycleTest, ClientCreationFailureLeavesInterfaceDown) {
     EXPECT_TRUE(client == nullptr && listener == nullptr);
     EXPECT_TRUE(capture_.contains("varn_wifihal_init: Could not create the VARNClient"));
     EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_init());  // a later attempt succeeds
-}
-
-TEST_F(LifecycleTest, DestroyReleasesEverythingInAnyState) {
-    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_destroy());
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
-    addRttRequestHandler(1, 1, {onRtt, nullptr});
-    addRspHandler(2, 2, VARN_REQ_BGSCAN_START, RspHandlerRecord{});
-    ASSERT_EQ(0, storeRttCapabilities({1, 1, 1, 1, 1, 4, 0, 43}));
-    EXPECT_EQ(WIFI_SUCCESS, varn_wifihal_get_cb_table()->destroy());
-    EXPECT_EQ(0, varn_wifihal_interface_initialized);
-    EXPECT_TRUE(client == nullptr && listener == nullptr && rttCachedCapabilities == nullptr);
-    EXPECT_TRUE(rttRequestHandlers.empty() && rspHandlers.empty());
-    EXPECT_EQ(0u, sim().liveClients());
 }
 
 TEST_F(RequestBookkeepingTest, RequestIdsStartAtOneAfterEachInitAndNeverWrap) {
