@@ -1,6 +1,5 @@
-// The capability, responder, location and background-scan entry points,
-// checked at the simulated service: refusals and status codes of each, what
-// reaches the service, the handlers kept, the fatal bounds, events travelling back.
+// Capability, responder, location and background-scan entry points: refusals, status
+// codes, what reaches the service, handlers kept, fatal bounds, events travelling back.
 #include <varn_wifihal.h>
 
 #include <gtest/gtest.h>
@@ -466,14 +465,12 @@ TEST_F(BackgroundScanTest, HandlersStayUntilTheirStopOrReset) {
     }
 }
 
-// One access point that stays, one that fades by 6 dB per scan and is gone
-// at the fifth, one on a channel the scan does not cover; no noise.
+// One access point that stays, one that fades by 6 dB per scan and is gone at the fifth.
 const char* const kScenario = R"(
 seed 3
 rssi_noise_db 0
 ap 02:5a:00:00:00:01 Office 5180 80 3.0
 ap 02:5a:00:00:00:05 Cafe 2462 20 4.5 rssi_step=-6 disappear=4
-ap 02:5a:00:00:00:07 Far 5500 20 30.0
 )";
 
 TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {

@@ -12,8 +12,7 @@
 
 namespace wifihal_test {
 
-// Starts every case from a down interface, a reset simulator, no
-// configuration file and all log levels let through; tears down afterwards.
+// Each case starts down, with a reset simulator, no configuration file, all log levels.
 class WifiHalTest : public testing::Test {
   protected:
     void SetUp() override;
@@ -32,12 +31,10 @@ class WifiHalUpTest : public WifiHalTest {
     void SetUp() override;
 };
 
-// A configuration every check accepts: two-sided, AP peer, 20 MHz legacy,
-// 8 frames per burst, burst duration 15, BSSID 00:11:22:33:44:`last_octet`.
+// Accepted by every check: two-sided, AP, 20 MHz legacy, 8 frames, BSSID 00:11:22:33:44:xx.
 wifi_rtt_config validConfig(unsigned char last_octet = 0x55);
 
-// The global log threshold (0..5): how many of five probe lines, one per
-// level, the active `capture` received.
+// The global log threshold (0..5): how many of five probe lines, one per level, got through.
 int effectiveGlobalLogLevel(const varn_test::LogCapture& capture);
 
 }  // namespace wifihal_test
