@@ -18,11 +18,8 @@ void WifiHalTest::SetUp() {
 }
 
 void WifiHalTest::TearDown() {
-    varn_wifihal_destroy();
+    varn_wifihal_destroy();  // the next SetUp resets the settings
     loc_utils_set_varn_conf_path(nullptr);
-    g_weighted_mean = 0;
-    g_discard_bw_mis_match = 0;
-    varn_debug_level = 3;
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
 
