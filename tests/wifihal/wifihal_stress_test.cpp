@@ -23,7 +23,6 @@ void onEvent(wifi_request_id, wifi_scan_event) { g_calls.fetch_add(1); }
 using WifiHalStressTest = WifiHalTest;
 
 TEST_F(WifiHalStressTest, RangingAndScansWhileAnswersAndEventsStream) {
-    constexpr int kRounds = 150;
     g_discard_bw_mis_match = 1;  // no configuration file overrides it
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
@@ -37,7 +36,7 @@ TEST_F(WifiHalStressTest, RangingAndScansWhileAnswersAndEventsStream) {
     {
         varn_test::BackgroundLoop scanner([this] { sim().runScanCycle(); }, 1);
         varn_test::runOnThreads(3, [&](int t) {
-            for (int i = 0; i < kRounds; ++i) {
+            for (int i = 0; i < 150; ++i) {
                 const wifi_request_id id = t * 1000 + i;
                 std::vector<wifi_rtt_config> configs{validConfig(static_cast<unsigned char>(t)),
                                                      validConfig(static_cast<unsigned char>(i))};

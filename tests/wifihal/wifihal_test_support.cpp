@@ -1,5 +1,7 @@
 #include "wifihal_test_support.h"
 
+#include <string.h>
+
 #include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
 #include <vel_loc_fw/log_util.h>
@@ -36,20 +38,14 @@ void WifiHalUpTest::SetUp() {
 }
 
 wifi_rtt_config validConfig(unsigned char last_octet) {
-    return {{0x00, 0x11, 0x22, 0x33, 0x44, last_octet},
-            RTT_TYPE_2_SIDED,
-            RTT_PEER_AP,
-            {WIFI_CHAN_WIDTH_20, 5180, 5180, 0},
-            0,
-            0,
-            8,
-            0,
-            0,
-            0,
-            0,
-            15,
-            WIFI_RTT_PREAMBLE_LEGACY,
-            WIFI_RTT_BW_20};
+    wifi_rtt_config c{};
+    const unsigned char addr[6] = {0x00, 0x11, 0x22, 0x33, 0x44, last_octet};
+    memcpy(c.addr, addr, sizeof(addr));
+    c.type = RTT_TYPE_2_SIDED, c.peer = RTT_PEER_AP,
+    c.channel = {WIFI_CHAN_WIDTH_20, 5180, 5180, 0};
+    c.num_frames_per_burst = 8, c.burst_duration = 15;
+    c.preamble = WIFI_RTT_PREAMBLE_LEGACY, c.bw = WIFI_RTT_BW_20;
+    return c;
 }
 
 int effectiveGlobalLogLevel(const varn_test::LogCapture& capture) {
