@@ -167,9 +167,7 @@ TEST_F(CapabilityQueriesTest, EveryEntryPointRefusesWithoutAClient) {
 }
 
 TEST_F(CapabilityQueriesTest, CapabilitiesOfTheService) {
-    // RTT capabilities: highest bandwidth code 0..3 (and an unknown 5), the
-    // responder bit, no ranging at all; the service's bits: one-sided,
-    // two-sided, background scan.
+    // Bandwidth codes 0..3 and 5, the responder bit, no ranging; one, two-sided, bgscan bits.
     const struct {
         VARNCapabilities caps;
         wifi_rtt_capabilities rtt;
@@ -221,8 +219,7 @@ TEST_F(CapabilityQueriesTest, CapabilitiesOfTheService) {
 TEST_F(CapabilityQueriesTest, ValidChannelsNeverWritePastTheArray) {
     wifi_channel out[4];
     int count = -1;
-    // More channels than asked: the count is passed on, the array not overrun.
-    // An answer of another kind carries none.
+    // More channels than asked: count passed on, array not overrun; none in a foreign answer.
     for (int max : {3, 2, -1, 0}) {
         sim().answerNextWith(VARN_REQ_CHANNELS_SUPPORTED, [max](const VARNRequest& r) {
             const uint32_t id = r.getRequestId();
@@ -349,8 +346,7 @@ class BackgroundScanTest : public WifiHalUpTest {
 };
 
 TEST_F(BackgroundScanTest, ScanParametersReachTheServiceWithClientBands) {
-    // Every HAL band code 0..9; 15 buckets of 2..16 channels, and one beyond
-    // the count that must not be read (nor the channels beyond each count).
+    // Band codes 0..9; 15 buckets of 2..16 channels; nothing beyond the counts is read.
     const int kClientBand[10] = {0, 1, 2, 3, 4, 1, 6, 7, 1, 1};
     wifi_scan_cmd_params params{5000, 24, 80, 6, 15, {}};
     params.buckets[15].num_channels = 99;
@@ -437,8 +433,7 @@ TEST_F(BackgroundScanTest, ApListsAreConvertedAndDumpedMasked) {
 
 TEST_F(BackgroundScanTest, HandlersStayUntilTheirStopOrReset) {
     EXPECT_EQ(WIFI_ERROR_INVALID_ARGS, varn_wifihal_start_gscan(6, nullptr, {}, {onFull, nullptr}));
-    // A refused start keeps its handler until the next stop; each stop or
-    // reset drops every node of its own kind only, also while down.
+    // A refused start keeps its handler; each stop drops its own kind only, also while down.
     sim().refuseNext(VARN_REQ_BGSCAN_START);
     EXPECT_EQ(WIFI_ERROR_UNKNOWN, varn_wifihal_start_gscan(5, nullptr, {}, kScan));
     ASSERT_EQ(1u, rspHandlers.size());
@@ -487,9 +482,8 @@ TEST_F(BackgroundScanTest, EventsOfAScanReachTheHalHandlers) {
         std::lock_guard<std::mutex> lock(g_mutex);
         auto calls = [](const char* e) { return std::count(g_calls.begin(), g_calls.end(), e); };
         // Office in every scan, Cafe in the first four; a completed scan each time.
-        EXPECT_EQ((std::vector<long>{5, 4, 5}),
-                  (std::vector<long>{calls("21 full Office"), calls("21 full Cafe"),
-                                     calls("21 event 0")}));
+        EXPECT_TRUE(calls("21 full Office") == 5 && calls("21 full Cafe") == 4);
+        EXPECT_EQ(5, calls("21 event 0"));
         EXPECT_EQ(sim().serviceThreadId(), g_event_thread);
     }
 
