@@ -32,7 +32,7 @@ TEST_F(WifiHalStressTest, RangingAndScansWhileAnswersAndEventsStream) {
     params.num_buckets = 1;
     params.buckets[0].band = WIFI_BAND_ABG;
     params.buckets[0].report_events = REPORT_EVENTS_EACH_SCAN | REPORT_EVENTS_FULL_RESULTS;
-    std::atomic<int> failures{0};
+    std::atomic<int> failures{0};  // the sum of error codes, each zero or negative
     {
         varn_test::BackgroundLoop scanner([this] { sim().runScanCycle(); }, 1);
         varn_test::runOnThreads(3, [&](int t) {
