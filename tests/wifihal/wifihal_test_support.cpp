@@ -1,5 +1,7 @@
 #include "wifihal_test_support.h"
 
+#include <string.h>
+
 #include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
 #include <vel_loc_fw/log_util.h>
@@ -18,11 +20,8 @@ void WifiHalTest::SetUp() {
 }
 
 void WifiHalTest::TearDown() {
-    varn_wifihal_destroy();
+    varn_wifihal_destroy();  // the next SetUp resets the settings
     loc_utils_set_varn_conf_path(nullptr);
-    g_weighted_mean = 0;
-    g_discard_bw_mis_match = 0;
-    varn_debug_level = 3;
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
 
@@ -31,31 +30,30 @@ void WifiHalTest::useConfig(const std::string& content) {
     loc_utils_set_varn_conf_path(config_path_.c_str());
 }
 
+void WifiHalUpTest::SetUp() {
+    WifiHalTest::SetUp();
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+    vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
+    capture_.clear();
+}
+
 wifi_rtt_config validConfig(unsigned char last_octet) {
     wifi_rtt_config c{};
     const unsigned char addr[6] = {0x00, 0x11, 0x22, 0x33, 0x44, last_octet};
-    for (int i = 0; i < 6; ++i) c.addr[i] = addr[i];
-    c.type = RTT_TYPE_2_SIDED;
-    c.peer = RTT_PEER_AP;
-    c.channel.width = WIFI_CHAN_WIDTH_20;
-    c.channel.center_freq = 5180;
-    c.channel.center_freq0 = 5180;
-    c.channel.center_freq1 = 0;
-    c.num_frames_per_burst = 8;
-    c.burst_duration = 15;
-    c.preamble = WIFI_RTT_PREAMBLE_LEGACY;
-    c.bw = WIFI_RTT_BW_20;
+    memcpy(c.addr, addr, sizeof(addr));
+    c.type = RTT_TYPE_2_SIDED, c.peer = RTT_PEER_AP,
+    c.channel = {WIFI_CHAN_WIDTH_20, 5180, 5180, 0};
+    c.num_frames_per_burst = 8, c.burst_duration = 15;
+    c.preamble = WIFI_RTT_PREAMBLE_LEGACY, c.bw = WIFI_RTT_BW_20;
     return c;
 }
 
 int effectiveGlobalLogLevel(const varn_test::LogCapture& capture) {
-    static const char* const kProbeTag = "WifiHalLevelProbe";
     const size_t before = capture.count("[WifiHalLevelProbe] probe");
-    vel_loc_fw::log_error(kProbeTag, "probe");
-    vel_loc_fw::log_warning(kProbeTag, "probe");
-    vel_loc_fw::log_info(kProbeTag, "probe");
-    vel_loc_fw::log_debug(kProbeTag, "probe");
-    vel_loc_fw::log_verbose(kProbeTag, "probe");
+    for (auto log : {vel_loc_fw::log_error, vel_loc_fw::log_warning, vel_loc_fw::log_info,
+                     vel_loc_fw::log_debug, vel_loc_fw::log_verbose}) {
+        log("WifiHalLevelProbe", "probe");
+    }
     return static_cast<int>(capture.count("[WifiHalLevelProbe] probe") - before);
 }
 
