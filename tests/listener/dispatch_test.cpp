@@ -22,80 +22,62 @@ struct Seen {
     int id = 0;
     unsigned count = 0;
     std::vector<int64_t> rtts;
-    std::vector<std::vector<uint8_t>> lci;
     std::vector<int> events;
     std::vector<std::string> ssids;
     std::vector<std::vector<int>> rssi_samples;
-    std::vector<uint8_t> ie;
+    std::vector<uint8_t> ie;  // the last element bytes seen
 };
 Seen g_seen;
 
-void onV2(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
+void seen(wifi_request_id id, unsigned count) {
     ++g_seen.calls;
     g_seen.id = id;
-    g_seen.count = n;
-    for (unsigned i = 0; i < n; ++i) {
-        g_seen.rtts.push_back(results[i]->rtt_result.rtt);
-        std::vector<uint8_t> lci;
-        if (const wifi_information_element* e = results[i]->rtt_result.LCI) {
-            lci.assign(e->data, e->data + e->len);
-        }
-        g_seen.lci.push_back(lci);
-        // FREE_RTT_RESULTS releases element 0's blocks only: release the rest here.
-        if (i > 0) {
-            free(results[i]->rtt_result.LCI);
-            free(results[i]->rtt_result.LCR);
-            results[i]->rtt_result.LCI = nullptr;
-            results[i]->rtt_result.LCR = nullptr;
-        }
-    }
+    g_seen.count = count;
 }
 
+// Reads a ranging result's LCI and releases the elements the listener leaves
+// to the HAL (those of every result but the first).
+void takeRtt(wifi_rtt_result& r, unsigned index) {
+    g_seen.rtts.push_back(r.rtt);
+    if (r.LCI != nullptr) g_seen.ie.assign(r.LCI->data, r.LCI->data + r.LCI->len);
+    if (index == 0) return;
+    free(r.LCI);
+    free(r.LCR);
+    r.LCI = r.LCR = nullptr;
+}
+void onV2(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
+    seen(id, n);
+    for (unsigned i = 0; i < n; ++i) takeRtt(results[i]->rtt_result, i);
+}
 void onV1(wifi_request_id id, unsigned n, wifi_rtt_result* results[]) {
-    ++g_seen.calls;
-    g_seen.id = id;
-    g_seen.count = n;
-    for (unsigned i = 0; i < n; ++i) g_seen.rtts.push_back(results[i]->rtt);
+    seen(id, n);
+    for (unsigned i = 0; i < n; ++i) takeRtt(*results[i], i);
 }
 
 void onScanEvent(wifi_request_id id, wifi_scan_event event) {
-    ++g_seen.calls;
-    g_seen.id = id;
+    seen(id, 0);
     g_seen.events.push_back(event);
 }
-
+void takeScan(const wifi_scan_result& result) {
+    g_seen.ssids.push_back(result.ssid);
+    const auto* ie = reinterpret_cast<const uint8_t*>(result.ie_data);
+    g_seen.ie.assign(ie, ie + result.ie_length);
+}
 void onFullScanResult(wifi_request_id id, wifi_scan_result* result, unsigned buckets) {
-    ++g_seen.calls;
-    g_seen.id = id;
-    g_seen.count = buckets;
-    g_seen.ssids.push_back(result->ssid);
-    const auto* ie = reinterpret_cast<const uint8_t*>(result->ie_data);
-    g_seen.ie.assign(ie, ie + result->ie_length);
+    seen(id, buckets);
+    takeScan(*result);
 }
-
 void recordHotlist(int event, wifi_request_id id, unsigned n, wifi_scan_result* results) {
-    ++g_seen.calls;
-    g_seen.id = id;
-    g_seen.count = n;
+    seen(id, n);
     g_seen.events.push_back(event);
-    for (unsigned i = 0; i < n; ++i) {
-        g_seen.ssids.push_back(results[i].ssid);
-        // Every record's element bytes lie inside the block (later records overwrite them).
-        const auto* ie = reinterpret_cast<const uint8_t*>(results[i].ie_data);
-        g_seen.ie.assign(ie, ie + results[i].ie_length);
-    }
+    // Every record's element bytes lie inside the block (later records overwrite them).
+    for (unsigned i = 0; i < n; ++i) takeScan(results[i]);
 }
-void onApFound(wifi_request_id id, unsigned n, wifi_scan_result* r) {
-    recordHotlist(4, id, n, r);
-}
-void onApLost(wifi_request_id id, unsigned n, wifi_scan_result* r) {
-    recordHotlist(5, id, n, r);
-}
+void onApFound(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotlist(4, id, n, r); }
+void onApLost(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotlist(5, id, n, r); }
 
 void onSignificantChange(wifi_request_id id, unsigned n, wifi_significant_change_result** r) {
-    ++g_seen.calls;
-    g_seen.id = id;
-    g_seen.count = n;
+    seen(id, n);
     for (unsigned i = 0; i < n; ++i) {
         EXPECT_EQ(2437, r[i]->channel);
         g_seen.rssi_samples.emplace_back(r[i]->rssi, r[i]->rssi + r[i]->num_rssi);
@@ -109,17 +91,15 @@ class DispatchTest : public listener_test::ListenerTest {
         g_seen = Seen();
     }
 
-    // `peers` peers, each with LCI and LCR elements when `elements` is set.
-    static VARNRangingScanResponse* ranging(uint32_t varn_id, int peers, bool elements = false) {
+    // `peers` peers with RTTs 20000, 21000, ..., each with LCI and LCR elements.
+    static VARNRangingScanResponse* ranging(uint32_t varn_id, int peers) {
         auto* rsp = new VARNRangingScanResponse(varn_id, VARN_SCAN_STATUS_SUCCESS);
         const uint8_t data[] = {0x11, 0x22};
         for (int i = 0; i < peers; ++i) {
             const int32_t rtt = 20000 + 1000 * i;
             VARNScanMeasurement* peer = newPeer(static_cast<uint8_t>(i), {{rtt}, {rtt}, {rtt}});
-            if (elements) {
-                EXPECT_EQ(0, peer->setLci(8, data, 2));
-                EXPECT_EQ(0, peer->setLcr(11, data, 2));
-            }
+            EXPECT_EQ(0, peer->setLci(8, data, 2));
+            EXPECT_EQ(0, peer->setLcr(11, data, 2));
             rsp->getMeasurements().push_back(peer);
         }
         return rsp;
@@ -140,6 +120,12 @@ class DispatchTest : public listener_test::ListenerTest {
         }
         for (uint8_t byte : ie) meas->ie_data.push_back(byte);
         return meas;
+    }
+
+    static VARNScanEventResponse* event(uint32_t varn_id, eVARNResponseType type,
+                                        eVARNEventCode code,
+                                        eVARNBgScanEvent bg = VARN_BGSCAN_SCAN_COMPLETE) {
+        return new VARNScanEventResponse(varn_id, type, VARN_RSP_STATUS_SUCCESS, code, bg);
     }
 
     void deliver(VARNResponse* rsp) {
@@ -165,96 +151,60 @@ TEST_F(DispatchTest, NullAndUnhandledResponses) {
     EXPECT_EQ(5, getWiFiHalReqId(40));
 }
 
-TEST_F(DispatchTest, RangingResultsGoToTheV2CallbackAndRetireTheRequest) {
-    ASSERT_EQ(0, addRttRequestHandler(-7, 41, {onV1, onV2}));
-    ASSERT_EQ(0, addRttRequestHandler(8, 42, {onV1, onV2}));
-    VARNRangingScanResponse* rsp = ranging(41, 3);
-    const uint8_t lci[] = {0x11, 0x22};
-    for (uint32_t i = 0; i < 3; ++i) ASSERT_EQ(0, rsp->getMeasurements()[i]->setLci(8, lci, 2));
-    varn_test::LogCapture log;
-    deliver(rsp);
-    EXPECT_EQ(1, g_seen.calls);
-    EXPECT_EQ(-7, g_seen.id);  // any HAL id but -1 is valid
-    EXPECT_EQ(3u, g_seen.count);
-    EXPECT_EQ((std::vector<int64_t>{20000, 21000, 22000}), g_seen.rtts);
-    EXPECT_EQ(std::vector<uint8_t>(lci, lci + 2), g_seen.lci[2]);
-    EXPECT_TRUE(log.contains("@responseReceived(): calling wifihal rtt results callback("));
-    EXPECT_EQ(-1, getWiFiHalReqId(41));
-    EXPECT_EQ(8, getWiFiHalReqId(42));
-}
-
-TEST_F(DispatchTest, RangingResultsGoToTheV1CallbackWhenThereIsNoV2) {
-    ASSERT_EQ(0, addRttRequestHandler(9, 43, {onV1, nullptr}));
-    deliver(ranging(43, 2));
-    EXPECT_EQ(1, g_seen.calls);
-    EXPECT_EQ(9, g_seen.id);
-    EXPECT_EQ((std::vector<int64_t>{20000, 21000}), g_seen.rtts);
-    EXPECT_EQ(-1, getWiFiHalReqId(43));
-}
-
-TEST_F(DispatchTest, ZeroMeasurementsStillAnswerAndRetire) {
-    ASSERT_EQ(0, addRttRequestHandler(10, 44, {nullptr, onV2}));
-    deliver(ranging(44, 0));
-    EXPECT_EQ(1, g_seen.calls);
-    EXPECT_EQ(0u, g_seen.count);
-    EXPECT_EQ(-1, getWiFiHalReqId(44));
-}
-
-TEST_F(DispatchTest, RangingDropsAndUnansweredRetirement) {
+// Ranging results go to the v2 callback, else to v1, and retire the request;
+// no callback sees dropped results' elements, so all are released (the leak
+// checker watches).
+TEST_F(DispatchTest, RangingResults) {
     struct Case {
-        int32_t hal_id;
+        int32_t hal_id;  // any but -1 is valid
         wifi_rtt_event_handler handler;
         bool registered;
+        int peers, calls;
         const char* message;
         bool retired;
     };
+    const char* const kCalled = "@responseReceived(): calling wifihal rtt results callback(";
+    const char* const kNoId = "@responseReceived(): no wifihal reqid for this rsp...drop the rsp";
     const Case cases[] = {
-            {11,
-             {onV1, onV2},
-             false,
-             "@responseReceived(): got a rsp but NULL handler...drop the rsp",
-             false},
-            {-1,
-             {onV1, onV2},
-             true,
-             "@responseReceived(): no wifihal reqid for this rsp...drop the rsp",
-             false},
-            {-1,
-             {onV1, nullptr},
-             true,
-             "@responseReceived(): no wifihal reqid for this rsp...drop the rsp",
-             false},
-            {12,
-             {nullptr, nullptr},
-             true,
-             "@responseReceived(): Rtt result callbacks are NULL, dropping the results",
-             true},
+            {-7, {onV1, onV2}, true, 3, 1, kCalled, true},
+            {9, {onV1, nullptr}, true, 2, 1, kCalled, true},
+            {10, {nullptr, onV2}, true, 0, 1, kCalled, true},
+            {11, {onV1, onV2}, false, 3, 0, "got a rsp but NULL handler...drop the rsp", true},
+            {-1, {onV1, onV2}, true, 3, 0, kNoId, false},
+            {-1, {onV1, nullptr}, true, 3, 0, kNoId, false},
+            {12, {nullptr, nullptr}, true, 3, 0, "Rtt result callbacks are NULL, dropping", true},
     };
+    ASSERT_EQ(0, addRttRequestHandler(8, 42, {onV1, onV2}));  // untouched throughout
     uint32_t varn_id = 50;
     for (const Case& c : cases) {
+        SCOPED_TRACE(c.message);
+        g_seen = Seen();
         ++varn_id;
-        if (c.registered) {
-            ASSERT_EQ(0, addRttRequestHandler(c.hal_id, varn_id, c.handler));
-        }
+        ASSERT_EQ(0, c.registered ? addRttRequestHandler(c.hal_id, varn_id, c.handler) : 0);
         varn_test::LogCapture log;
-        // No callback sees the elements: all of them are released (the leak checker watches).
-        deliver(ranging(varn_id, 3, true));
-        EXPECT_EQ(0, g_seen.calls);
+        deliver(ranging(varn_id, c.peers));
+        EXPECT_EQ(c.calls, g_seen.calls);
         EXPECT_TRUE(log.contains(c.message)) << log.dump();
         wifi_rtt_event_handler out{};
-        EXPECT_EQ(c.registered && !c.retired ? 0 : -1, getRttHandler(varn_id, &out)) << c.message;
+        EXPECT_EQ(c.retired ? -1 : 0, getRttHandler(varn_id, &out));
+        if (c.calls == 0) continue;
+        EXPECT_EQ(c.hal_id, g_seen.id);
+        EXPECT_EQ(static_cast<unsigned>(c.peers), g_seen.count);
+        std::vector<int64_t> rtts;
+        for (int i = 0; i < c.peers; ++i) rtts.push_back(20000 + 1000 * i);
+        EXPECT_EQ(rtts, g_seen.rtts);
+        EXPECT_EQ(c.peers > 0 ? 2u : 0u, g_seen.ie.size());  // the LCI bytes 0x11 0x22
+        EXPECT_EQ(c.peers > 0 ? 0x22 : 0, g_seen.ie.empty() ? 0 : g_seen.ie.back());
     }
+    EXPECT_EQ(8, getWiFiHalReqId(42));
 }
 
 TEST_F(DispatchTest, BackgroundScanEvents) {
     RspHandlerRecord record{};
     record.scan = {onFullScanResult, onScanEvent};
     ASSERT_EQ(0, addRspHandler(21, 60, VARN_REQ_BGSCAN_START, record));
-
-    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
-                                      VARN_ON_SCAN_EVT, VARN_BGSCAN_BUFFER_THRESHOLD));
-    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
-                                      VARN_ON_SCAN_EVT, VARN_BGSCAN_SCAN_COMPLETE));
+    deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT, VARN_BGSCAN_BUFFER_THRESHOLD));
+    deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT, VARN_BGSCAN_SCAN_COMPLETE));
     EXPECT_EQ((std::vector<int>{WIFI_SCAN_THRESHOLD_PERCENT, WIFI_SCAN_RESULTS_AVAILABLE}),
               g_seen.events);
     EXPECT_EQ(21, g_seen.id);
@@ -262,8 +212,7 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     // A full result with 20 element bytes, more than fit the record's tail.
     std::vector<uint8_t> ie;
     for (uint8_t b = 0; b < 20; ++b) ie.push_back(static_cast<uint8_t>(0xc0 + b));
-    auto* full = new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
-                                           VARN_ON_FULL_SCAN_RESULT_EVT);
+    VARNScanEventResponse* full = event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT);
     full->getMeasurements().push_back(scanAp(3, {-60}, ie));
     deliver(full);
     EXPECT_EQ(3, g_seen.calls);
@@ -272,10 +221,9 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     EXPECT_EQ(ie, g_seen.ie);
 
     varn_test::LogCapture log;
-    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS, VARN_NO_EVT));
+    deliver(event(60, VARN_RSP_BGSCAN, VARN_NO_EVT));
     // An empty full-result event reads element 0 of an empty vector: logged, dropped.
-    deliver(new VARNScanEventResponse(60, VARN_RSP_BGSCAN, VARN_RSP_STATUS_SUCCESS,
-                                      VARN_ON_FULL_SCAN_RESULT_EVT));
+    deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT));
     EXPECT_EQ(3, g_seen.calls);
     EXPECT_TRUE(log.contains("@responseReceived(): not a bgscan event"));
     EXPECT_TRUE(log.contains("index out of range"));
@@ -286,20 +234,17 @@ TEST_F(DispatchTest, HotlistEvents) {
     RspHandlerRecord record{};
     record.hotlist = {onApFound, onApLost};
     ASSERT_EQ(0, addRspHandler(22, 61, VARN_REQ_HOTLIST_SET, record));
+    varn_test::LogCapture log;
     for (eVARNEventCode code : {VARN_AP_FOUND_EVT, VARN_AP_LOST_EVT, VARN_SIGNIFICANT_CHANGE_EVT}) {
-        auto* rsp = new VARNScanEventResponse(61, VARN_RSP_HOTLIST_EVENT, VARN_RSP_STATUS_SUCCESS,
-                                              code);
+        VARNScanEventResponse* rsp = event(61, VARN_RSP_HOTLIST_EVENT, code);
         // Element bytes running past the records: 300 from record 0, then 0,
         // then 250 from record 2, which end farthest.
         rsp->getMeasurements().push_back(scanAp(1, {-70}, std::vector<uint8_t>(300, 0xcd)));
         rsp->getMeasurements().push_back(scanAp(2, {-71}));
         rsp->getMeasurements().push_back(scanAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
-        varn_test::LogCapture log;
         deliver(rsp);
-        if (code == VARN_SIGNIFICANT_CHANGE_EVT) {
-            EXPECT_TRUE(log.contains("@responseReceived(): not a hotlist event"));
-        }
     }
+    EXPECT_TRUE(log.contains("@responseReceived(): not a hotlist event"));
     EXPECT_EQ(2, g_seen.calls);
     EXPECT_EQ(22, g_seen.id);
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
@@ -311,8 +256,8 @@ TEST_F(DispatchTest, SignificantChangeEvents) {
     RspHandlerRecord record{};
     record.significant_change = {onSignificantChange};
     ASSERT_EQ(0, addRspHandler(23, 62, VARN_REQ_SIGNIFICANT_CHANGE_SET, record));
-    auto* rsp = new VARNScanEventResponse(62, VARN_RSP_SIGNIFICANT_CHANGE_EVENT,
-                                          VARN_RSP_STATUS_SUCCESS, VARN_SIGNIFICANT_CHANGE_EVT);
+    VARNScanEventResponse* rsp =
+            event(62, VARN_RSP_SIGNIFICANT_CHANGE_EVENT, VARN_SIGNIFICANT_CHANGE_EVT);
     rsp->getMeasurements().push_back(scanAp(1, {-60, -61, -65}));
     rsp->getMeasurements().push_back(scanAp(2, {}));
     varn_test::LogCapture log;

@@ -1,6 +1,11 @@
+#include "listener_test_support.h"
+
+#include <loc_utils/loc_utils.h>
+#include <varn_sim/simulator.h>
 #include <varn_wifihal.h>
 
-#include "listener_test_support.h"
+#include <string>
+
 #include "wifihal/request_bookkeeping.h"
 
 namespace listener_test {
@@ -10,10 +15,8 @@ VARNMeasurementInfo* newFrame(const Frame& frame) {
     info->rtt_ps = frame.rtt_ps;
     info->rssi = frame.rssi;
     info->rx_chain_index = frame.rx_chain;
-    info->tx_rate.bandwidth = frame.bw;
-    info->rx_rate.bandwidth = frame.rx_bw < 0 ? frame.bw : static_cast<uint8_t>(frame.rx_bw);
-    info->tx_rate.preamble = frame.preamble;
-    info->rx_rate.preamble = frame.preamble;
+    info->tx_rate.bandwidth = info->rx_rate.bandwidth = frame.bw;
+    info->tx_rate.preamble = info->rx_rate.preamble = frame.preamble;
     return info;
 }
 
@@ -28,16 +31,38 @@ VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> fra
     return peer;
 }
 
-void fillFrames(VARNFrameList& list, std::vector<VARNMeasurementInfo>& storage,
-                std::initializer_list<int32_t> rtts) {
-    storage.clear();
-    storage.reserve(rtts.size());
-    for (int32_t rtt : rtts) {
-        VARNMeasurementInfo info;
-        info.rtt_ps = rtt;
-        storage.push_back(info);
+wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center0,
+                          wifi_channel_width width, wifi_rtt_bw bw, uint8_t frames) {
+    wifi_rtt_config c{};
+    const uint8_t addr[6] = {0x02, 0x5a, 0, 0, 0, last};
+    for (int i = 0; i < 6; ++i) c.addr[i] = addr[i];
+    c.type = type;
+    c.peer = RTT_PEER_AP;
+    c.channel = {width, freq, center0, 0};
+    c.num_frames_per_burst = frames;
+    c.burst_duration = type == RTT_TYPE_2_SIDED ? 15 : 11;
+    c.preamble = bw == WIFI_RTT_BW_20 ? WIFI_RTT_PREAMBLE_LEGACY : WIFI_RTT_PREAMBLE_VHT;
+    c.bw = bw;
+    return c;
+}
+
+void startHal(const char* scenario) {
+    varn_wifihal_destroy();
+    varn_sim::Simulator& sim = varn_sim::Simulator::instance();
+    sim.reset();
+    if (scenario != nullptr) {
+        varn_sim::Scenario parsed;
+        std::string error;
+        ASSERT_EQ(0, varn_sim::Scenario::parse(scenario, &parsed, &error)) << error;
+        sim.setScenario(parsed);
     }
-    for (VARNMeasurementInfo& info : storage) list.push_back(&info);
+    loc_utils_set_varn_conf_path("/nonexistent/varn-listener-test.conf");
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
+}
+
+void stopHal() {
+    varn_wifihal_destroy();
+    loc_utils_set_varn_conf_path(nullptr);
 }
 
 void ListenerTest::SetUp() {

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <hardware_legacy/rtt.h>
 #include <varn_client/VARNClient.h>
 #include <vel_loc_fw/log_util.h>
 
 #include <cstdint>
 #include <initializer_list>
-#include <vector>
 
 #include "listener/varn_client_listener_impl.h"
 
@@ -18,8 +18,7 @@ struct Frame {
     int32_t rtt_ps = 0;
     int16_t rssi = -120;
     uint8_t rx_chain = 0;
-    uint8_t bw = VARN_BW_20MHZ;  // both directions unless rx_bw is set
-    int rx_bw = -1;              // -1: same as bw
+    uint8_t bw = VARN_BW_20MHZ;  // both directions
     uint8_t preamble = VARN_PREAMBLE_LEGACY;
 };
 
@@ -31,9 +30,14 @@ VARNMeasurementInfo* newFrame(const Frame& frame);
 VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> frames,
                              eVARNRttType type = VARN_RTT_TYPE_2_SIDED);
 
-// Appends frames with the given RTTs (chain 0, 20 MHz, legacy) held in `storage`.
-void fillFrames(VARNFrameList& list, std::vector<VARNMeasurementInfo>& storage,
-                std::initializer_list<int32_t> rtts);
+// A HAL ranging request for AP 02:5a:00:00:00:<last> of the simulated service.
+wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center0,
+                          wifi_channel_width width, wifi_rtt_bw bw, uint8_t frames);
+
+// Starts the HAL on a fresh simulated service (with `scenario` unless null)
+// and no configuration file; stopHal() undoes it.
+void startHal(const char* scenario);
+void stopHal();
 
 // Sets the listener statistics globals and the log level for one test and
 // restores them afterwards; clears the bookkeeping before and after.
