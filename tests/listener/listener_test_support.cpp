@@ -31,6 +31,23 @@ VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> fra
     return peer;
 }
 
+VARNScanMeasurement* newAp(uint8_t last_byte, std::vector<int16_t> rssi, std::vector<uint8_t> ie) {
+    auto* meas = new VARNScanMeasurement();
+    meas->bssid[0] = 0xa0;
+    meas->bssid[5] = last_byte;
+    meas->frequency = 2412 + last_byte;
+    const std::string ssid = "net" + std::to_string(last_byte);
+    meas->ssid.setSSID(ssid.c_str(), static_cast<uint32_t>(ssid.size()));
+    for (int16_t value : rssi) {
+        auto* info = new VARNMeasurementInfo();
+        info->rssi = value;
+        info->rssi_timestamp = 1000u + last_byte;
+        meas->measurements.push_back(info);
+    }
+    for (uint8_t byte : ie) meas->ie_data.push_back(byte);
+    return meas;
+}
+
 wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center0,
                           wifi_channel_width width, wifi_rtt_bw bw, uint8_t frames) {
     wifi_rtt_config c{};

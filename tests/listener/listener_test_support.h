@@ -8,6 +8,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <vector>
 
 #include "listener/varn_client_listener_impl.h"
 
@@ -29,6 +30,12 @@ VARNMeasurementInfo* newFrame(const Frame& frame);
 // the given frames; the caller owns it.
 VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> frames,
                              eVARNRttType type = VARN_RTT_TYPE_2_SIDED);
+
+// A scanned AP a0:00:00:00:00:<last_byte> on 2412 + last_byte MHz named
+// "net<last_byte>", one observation per RSSI value (time stamp 1000 +
+// last_byte) and the `ie` bytes; the caller owns it.
+VARNScanMeasurement* newAp(uint8_t last_byte, std::vector<int16_t> rssi,
+                           std::vector<uint8_t> ie = {});
 
 // A HAL ranging request for AP 02:5a:00:00:00:<last> of the simulated service.
 wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center0,

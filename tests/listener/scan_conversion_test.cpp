@@ -14,23 +14,12 @@ namespace {
 
 class ScanConversionTest : public listener_test::ListenerTest {
   protected:
-    // An AP with `infos` beacon observations (RSSI -50 - k dBm) and `ie` bytes.
+    // An AP with `infos` observations (RSSI -50, -51, ...) and `ie` bytes.
     VARNScanMeasurement* ap(uint8_t last_byte, int infos, std::vector<uint8_t> ie = {}) {
-        auto* meas = new VARNScanMeasurement();
-        meas->bssid[0] = 0xa0;
-        meas->bssid[5] = last_byte;
-        meas->frequency = 2412 + last_byte;
-        const std::string ssid = "net" + std::to_string(last_byte);
-        meas->ssid.setSSID(ssid.c_str(), static_cast<uint32_t>(ssid.size()));
-        for (int k = 0; k < infos; ++k) {
-            auto* info = new VARNMeasurementInfo();
-            info->rssi = static_cast<int16_t>(-50 - k);
-            info->rssi_timestamp = 1000u + last_byte;
-            meas->measurements.push_back(info);
-        }
-        for (uint8_t byte : ie) meas->ie_data.push_back(byte);
-        owned_.push_back(meas);
-        return meas;
+        std::vector<int16_t> rssi;
+        for (int k = 0; k < infos; ++k) rssi.push_back(static_cast<int16_t>(-50 - k));
+        owned_.push_back(listener_test::newAp(last_byte, rssi, ie));
+        return owned_.back();
     }
     // A cached scan of APs first..first+count-1; the last one carries `ie`.
     VARNBgscanCachedResult* cachedScan(uint8_t first, uint8_t count, std::vector<uint8_t> ie = {}) {
