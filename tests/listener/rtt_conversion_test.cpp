@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
 
 #include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
@@ -96,11 +97,10 @@ TEST_F(RttConversionTest, RttType) {
 }
 
 TEST_F(RttConversionTest, RssiMetrics) {
-    struct Case {
+    const struct {
         std::initializer_list<Frame> frames;
         int avg, spread;
-    };
-    const Case cases[] = {
+    } cases[] = {
             // 10*log10((10^-7.5 + 10^-7 + 10^-7.1) / 3) = -71.53, truncated to -71.
             {{{1, -150}, {1, -140}, {1, -142}}, -71, 10},
             // Amplitudes beyond the double range: the level relative to the strongest
@@ -108,28 +108,24 @@ TEST_F(RttConversionTest, RssiMetrics) {
             {{{0, 32767}, {0, -32768}}, 16380, 65535},  // 16383.5 + 10 log10(1 / 2)
             {{{0, 32767}, {0, 32765}}, 16383, 2},       // 16383.5 + 10 log10((1 + 0.794) / 2)
             {{{0, -32768}, {0, -32768}}, -16384, 0},
+            {{}, 0, 0},  // nothing to measure: nothing written
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.avg);
-        VARNScanMeasurement* peer = newPeer(1, c.frames);
+        std::unique_ptr<VARNScanMeasurement> peer(newPeer(1, c.frames));
         wifi_rtt_result_v2 result{};
         varn_test::LogCapture log;
-        VARNClientListenerImpl::computeRssiMetrics(&result, peer);
+        VARNClientListenerImpl::computeRssiMetrics(&result, peer.get());
         EXPECT_EQ(-2 * c.avg, result.rtt_result.rssi);
         EXPECT_EQ(c.spread, result.rtt_result.rssi_spread);
-        delete peer;
-        if (c.avg == -71) {
-            EXPECT_TRUE(log.contains("@computeRssiMetrics(): rssi[0] = -150"));
-            EXPECT_TRUE(log.contains("avgRssi(-71), rssiMax(-140), rssiMin(-150), rssiSp(10)"))
-                    << log.dump();
-        }
+        EXPECT_EQ(c.avg == 0, log.contains("no measurements available to calculate rssi metrics"));
     }
-    VARNScanMeasurement empty;
+    std::unique_ptr<VARNScanMeasurement> peer(newPeer(1, {{1, -150}, {1, -140}}));
     wifi_rtt_result_v2 result{};
     varn_test::LogCapture log;
-    VARNClientListenerImpl::computeRssiMetrics(&result, &empty);
-    EXPECT_EQ(0, result.rtt_result.rssi);
-    EXPECT_TRUE(log.contains("no measurements available to calculate rssi metrics"));
+    VARNClientListenerImpl::computeRssiMetrics(&result, peer.get());
+    EXPECT_TRUE(log.contains("@computeRssiMetrics(): rssi[1] = -140"));
+    EXPECT_TRUE(log.contains("rssiMax(-140), rssiMin(-150), rssiSp(10)")) << log.dump();
 }
 
 TEST_F(RttConversionTest, RatesKeepThreeBitsOfTheBandwidth) {
@@ -147,12 +143,10 @@ TEST_F(RttConversionTest, RatesKeepThreeBitsOfTheBandwidth) {
         VARNClientListenerImpl::processRxRate(&result, &peer);
         const wifi_rate& tx = result.rtt_result.tx_rate;
         const wifi_rate& rx = result.rtt_result.rx_rate;
-        EXPECT_EQ(c.second, tx.bw);
-        EXPECT_EQ(c.second, rx.bw);
         // Preamble 0x0b & 7, streams 6 & 3.
-        EXPECT_EQ((std::vector<uint32_t>{3, 2, 65, 7, 3, 1, 130}),
-                  (std::vector<uint32_t>{tx.preamble, tx.nss, tx.bitrate, tx.rateMcsIdx,
-                                         rx.preamble, rx.nss, rx.bitrate}));
+        EXPECT_EQ((std::vector<uint32_t>{c.second, 3, 2, 65, 7, c.second, 3, 1, 130}),
+                  (std::vector<uint32_t>{tx.bw, tx.preamble, tx.nss, tx.bitrate, tx.rateMcsIdx,
+                                         rx.bw, rx.preamble, rx.nss, rx.bitrate}));
         EXPECT_EQ(c.first > 3, log.contains("UNKNOWN BW TYPE defaulting to BW_20MHZ"));
         EXPECT_EQ(c.first > 32, log.contains("processTxRate invalid Tx Bw"));
         EXPECT_EQ(c.first > 32, log.contains("processRxRate invalid Rx Bw"));
@@ -160,31 +154,27 @@ TEST_F(RttConversionTest, RatesKeepThreeBitsOfTheBandwidth) {
 }
 
 TEST_F(RttConversionTest, PacketBandwidth) {
-    struct Case {
-        std::vector<int> rx_bw;
-        wifi_rtt_bw bw;
-    };
-    const Case cases[] = {
+    const std::pair<std::vector<uint8_t>, wifi_rtt_bw> cases[] = {
             {{0, 0}, WIFI_RTT_BW_20},      {{1}, WIFI_RTT_BW_40},    {{2, 2, 1}, WIFI_RTT_BW_80},
             {{3}, WIFI_RTT_BW_160},        {{0, 1}, WIFI_RTT_BW_20},  // avg 30 is still 20 MHz
             {{2, 3}, WIFI_RTT_BW_80},                                 // avg 120 is still 80 MHz
             {{9, 9}, WIFI_RTT_BW_10},       // unknown codes average 0: the 10 MHz bit
             {{9, 9, 9, 0}, WIFI_RTT_BW_5},  // avg 5
             {{9, 0}, WIFI_RTT_BW_10},       // avg 10
+            {{}, WIFI_RTT_BW_UNSPECIFIED},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         vel_loc_fw::vector<VARNMeasurementInfo*> frames;
-        std::vector<VARNMeasurementInfo> storage(c.rx_bw.size());
+        std::vector<VARNMeasurementInfo> storage(c.first.size());
         for (size_t i = 0; i < storage.size(); ++i) {
-            storage[i].rx_rate.bandwidth = static_cast<uint8_t>(c.rx_bw[i]);
+            storage[i].rx_rate.bandwidth = c.first[i];
             frames.push_back(&storage[i]);
         }
-        EXPECT_EQ(c.bw, VARNClientListenerImpl::getPacketBw(frames));
+        varn_test::LogCapture log;
+        EXPECT_EQ(c.second, VARNClientListenerImpl::getPacketBw(frames));
+        EXPECT_EQ(c.first.empty(),
+                  log.contains("@getPacketBw(): No measurement present, return UNSPCIFIED"));
     }
-    vel_loc_fw::vector<VARNMeasurementInfo*> none;
-    varn_test::LogCapture log;
-    EXPECT_EQ(WIFI_RTT_BW_UNSPECIFIED, VARNClientListenerImpl::getPacketBw(none));
-    EXPECT_TRUE(log.contains("@getPacketBw(): No measurement present, return UNSPCIFIED"));
 }
 
 TEST_F(RttConversionTest, ConvertsPeers) {
@@ -198,14 +188,13 @@ TEST_F(RttConversionTest, ConvertsPeers) {
     peer->burst_duration = 55;
     peer->negotiated_burst_num = 6;
     peer->frequency = 5200;
-    VARNScanMeasurement* zero = newPeer(1, {{0}, {0}, {0}});
     VARNScanMeasurement* no_frames = newPeer(2, {});
     no_frames->target_status = VARN_TARGET_STATUS_RTT_FAIL_NO_RSP;
 
     struct timespec before = {}, after = {};
     clock_gettime(CLOCK_BOOTTIME, &before);
     varn_test::LogCapture log;
-    wifi_rtt_result_v2* results = convert({peer, zero, no_frames});
+    wifi_rtt_result_v2* results = convert({peer, newPeer(1, {{0}, {0}, {0}}), no_frames});
     clock_gettime(CLOCK_BOOTTIME, &after);
     ASSERT_NE(nullptr, results);
     const wifi_rtt_result& r = results[0].rtt_result;
@@ -227,15 +216,14 @@ TEST_F(RttConversionTest, ConvertsPeers) {
     EXPECT_EQ(0, r.ts % 1000);
     EXPECT_GE(r.ts, (before.tv_sec * 1000LL + before.tv_nsec / 1000000) * 1000);
     EXPECT_LE(r.ts, (after.tv_sec * 1000LL + after.tv_nsec / 1000000 + 1) * 1000);
-
-    // Frames whose RTT is zero are an invalid time stamp.
-    EXPECT_EQ(0u, results[1].rtt_result.success_number);
-    EXPECT_EQ(RTT_STATUS_FAIL_INVALID_TS, results[1].rtt_result.status);
-    // No frames at all: nothing to invalidate, the target status stands.
-    EXPECT_EQ(0u, results[2].rtt_result.success_number);
-    EXPECT_EQ(RTT_STATUS_FAIL_NO_RSP, results[2].rtt_result.status);
-    EXPECT_EQ(0, results[2].rtt_result.rtt);
-    EXPECT_EQ(WIFI_RTT_BW_UNSPECIFIED, results[2].packet_bw);
+    // Frames whose RTT is zero are an invalid time stamp; without frames there
+    // is nothing to invalidate and the target status stands.
+    const wifi_rtt_result& zero = results[1].rtt_result;
+    const wifi_rtt_result& none = results[2].rtt_result;
+    EXPECT_EQ((std::vector<int64_t>{0, RTT_STATUS_FAIL_INVALID_TS, 0, RTT_STATUS_FAIL_NO_RSP, 0,
+                                    WIFI_RTT_BW_UNSPECIFIED}),
+              (std::vector<int64_t>{zero.success_number, zero.status, none.success_number,
+                                    none.status, none.rtt, results[2].packet_bw}));
     FREE_RTT_RESULTS(results);
 }
 
@@ -247,10 +235,9 @@ TEST_F(RttConversionTest, RequestedBandwidthFromTheCache) {
                                             {32000, -120, 0, VARN_BW_80MHZ},
                                             {50000, -120, 0, VARN_BW_20MHZ}});
     ASSERT_EQ(0, appendReqCache(peer->bssid, VARN_BW_80MHZ));
-    // A peer without a cache entry keeps its 20 MHz frames.
-    VARNScanMeasurement* uncached = newPeer(8, {{20000}, {22000}, {24000}});
     varn_test::LogCapture log;
-    wifi_rtt_result_v2* results = convert({peer, uncached});
+    // A peer without a cache entry keeps its 20 MHz frames.
+    wifi_rtt_result_v2* results = convert({peer, newPeer(8, {{20000}, {22000}, {24000}})});
     ASSERT_NE(nullptr, results);
     EXPECT_EQ(31000, results[0].rtt_result.rtt);
     EXPECT_EQ(22000, results[1].rtt_result.rtt);
@@ -270,15 +257,12 @@ TEST_F(RttConversionTest, LocationElementsAreCopiedAndOnlyTheFirstIsFreed) {
     varn_test::LogCapture log;
     wifi_rtt_result_v2* results = convert({first, second});
     ASSERT_NE(nullptr, results);
-    const wifi_information_element* copy = results[0].rtt_result.LCI;
-    ASSERT_NE(nullptr, copy);
-    EXPECT_EQ(8, copy->id);
-    EXPECT_EQ(5, copy->len);
-    EXPECT_EQ(0, memcmp(lci, copy->data, sizeof(lci)));
-    ASSERT_NE(nullptr, results[0].rtt_result.LCR);
-    EXPECT_EQ(11, results[0].rtt_result.LCR->id);
-    EXPECT_EQ(9, results[0].rtt_result.LCR->data[0]);
-    ASSERT_NE(nullptr, results[1].rtt_result.LCI);
+    const wifi_rtt_result& r0 = results[0].rtt_result;
+    ASSERT_TRUE(r0.LCI != nullptr && r0.LCR != nullptr && results[1].rtt_result.LCI != nullptr);
+    EXPECT_EQ((std::vector<uint8_t>{8, 5, 1, 2, 3, 4, 5}),
+              std::vector<uint8_t>(&r0.LCI->id, r0.LCI->data + r0.LCI->len));
+    EXPECT_EQ((std::vector<uint8_t>{11, 2, 9, 8}),
+              std::vector<uint8_t>(&r0.LCR->id, r0.LCR->data + r0.LCR->len));
     EXPECT_EQ(3, results[1].rtt_result.LCI->len);
     EXPECT_EQ(nullptr, results[1].rtt_result.LCR);
     EXPECT_TRUE(log.contains("@processLocationIeData(): lciInfo received len(5)"));
