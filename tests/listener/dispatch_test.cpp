@@ -1,8 +1,11 @@
 // Response dispatch, driven by calling responseReceived with built responses.
 #include <gtest/gtest.h>
+#include <hardware_legacy/rtt.h>
+#include <varn_sim/simulator.h>
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -23,6 +26,7 @@ struct Seen {
     int id = 0;
     unsigned count = 0;
     std::vector<int64_t> rtts;
+    std::vector<wifi_rtt_result_v2> v2;  // LCI/LCR pointers cleared
     std::vector<int> events;
     std::vector<std::string> ssids;
     std::vector<std::vector<int>> rssi_samples;
@@ -48,7 +52,11 @@ void takeRtt(wifi_rtt_result& r, unsigned index) {
 }
 void onV2(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
     seen(id, n);
-    for (unsigned i = 0; i < n; ++i) takeRtt(results[i]->rtt_result, i);
+    for (unsigned i = 0; i < n; ++i) {
+        takeRtt(results[i]->rtt_result, i);
+        g_seen.v2.push_back(*results[i]);
+        g_seen.v2.back().rtt_result.LCI = g_seen.v2.back().rtt_result.LCR = nullptr;
+    }
 }
 void onV1(wifi_request_id id, unsigned n, wifi_rtt_result* results[]) {
     seen(id, n);
@@ -89,6 +97,10 @@ class DispatchTest : public listener_test::ListenerTest {
     void SetUp() override {
         ListenerTest::SetUp();
         g_seen = Seen();
+    }
+    void TearDown() override {
+        listener_test::stopHal();
+        ListenerTest::TearDown();
     }
 
     // `peers` peers with RTTs 20000, 21000, ..., each with LCI and LCR elements.
@@ -174,6 +186,7 @@ TEST_F(DispatchTest, RangingResults) {
         EXPECT_EQ(c.hal_id, g_seen.id);
         EXPECT_EQ(static_cast<unsigned>(c.peers), g_seen.count);
         std::vector<int64_t> rtts;
+        std::vector<wifi_rtt_result_v2> v2;  // LCI/LCR pointers cleared
         for (int i = 0; i < c.peers; ++i) rtts.push_back(20000 + 1000 * i);
         EXPECT_EQ(rtts, g_seen.rtts);
         EXPECT_EQ(c.peers > 0 ? 2u : 0u, g_seen.ie.size());  // the LCI bytes 0x11 0x22
@@ -231,7 +244,8 @@ TEST_F(DispatchTest, HotlistEvents) {
     EXPECT_EQ(2, g_seen.calls);
     EXPECT_EQ(22, g_seen.id);
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
-    EXPECT_EQ((std::vector<std::string>{"net1", "net2", "net3", "net1", "net2", "net3"}), g_seen.ssids);
+    EXPECT_EQ((std::vector<std::string>{"net1", "net2", "net3", "net1", "net2", "net3"}),
+              g_seen.ssids);
     EXPECT_EQ(std::vector<uint8_t>(250, 0xab), g_seen.ie);
 }
 
@@ -250,6 +264,63 @@ TEST_F(DispatchTest, SignificantChangeEvents) {
     EXPECT_EQ(2u, g_seen.count);
     EXPECT_EQ((std::vector<std::vector<int>>{{-60, -61, -65}, {}}), g_seen.rssi_samples);
     EXPECT_TRUE(log.contains("@responseReceived(): calling VARN_SIGNIFICANT_CHANGE_EVT cb"));
+}
+
+// No multipath or frame loss, so that the only error is the Gaussian noise of
+// the bandwidth's expected deviation and the chain offset.
+const char* const kScenario = R"(
+seed 7
+multipath 0
+frame_loss 0
+chain_offset_ps 300
+air_time_ms 0
+ap 02:5a:00:00:00:01 Office 5180 80 3.0 center=5210 lci=0010528343
+ap 02:5a:00:00:00:02 Hall 5200 40 7.5 center=5190
+ap 02:5a:00:00:00:03 Legacy 2437 20 12.0 two_sided=0
+ap 02:5a:00:00:00:06 Annex 5500 20 400.0
+)";
+
+// End to end: the HAL's request goes through the entry layer to the simulated
+// service, whose answer comes back through the listener.
+TEST_F(DispatchTest, RangingThroughTheSimulatedService) {
+    listener_test::startHal(kScenario);
+    using listener_test::rttConfig;
+    wifi_rtt_config configs[] = {
+            rttConfig(1, RTT_TYPE_2_SIDED, 5180, 5210, WIFI_CHAN_WIDTH_80, WIFI_RTT_BW_80, 31),
+            rttConfig(2, RTT_TYPE_2_SIDED, 5200, 5190, WIFI_CHAN_WIDTH_40, WIFI_RTT_BW_40, 31),
+            rttConfig(3, RTT_TYPE_1_SIDED, 2437, 2437, WIFI_CHAN_WIDTH_20, WIFI_RTT_BW_20, 31),
+            rttConfig(6, RTT_TYPE_2_SIDED, 5500, 5500, WIFI_CHAN_WIDTH_20, WIFI_RTT_BW_20, 31),
+    };
+    configs[0].LCI_request = 1;
+    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_rtt_range_request(77, nullptr, 4, configs, {onV1, onV2}));
+    const uint32_t varn_id = req_id;
+    ASSERT_TRUE(varn_sim::Simulator::instance().waitUntilDelivered());
+    EXPECT_EQ(1, g_seen.calls);
+    EXPECT_EQ(77, g_seen.id);
+    EXPECT_EQ((std::vector<uint8_t>{0x00, 0x10, 0x52, 0x83, 0x43}), g_seen.ie);  // result 0's LCI
+    ASSERT_EQ(4u, g_seen.v2.size());
+    const struct {
+        double distance_m, stdev_ps;
+        wifi_rtt_type type;
+        wifi_rtt_bw packet_bw;
+    } expected[] = {{3.0, 7000, RTT_TYPE_2_SIDED, WIFI_RTT_BW_80},
+                    {7.5, 9270, RTT_TYPE_2_SIDED, WIFI_RTT_BW_40},
+                    {12.0, 21000, RTT_TYPE_1_SIDED, WIFI_RTT_BW_20}};
+    for (int i = 0; i < 3; ++i) {
+        SCOPED_TRACE(i);
+        const wifi_rtt_result& r = g_seen.v2[i].rtt_result;
+        EXPECT_EQ((std::vector<int64_t>{i + 1, RTT_STATUS_SUCCESS, expected[i].type, 31,
+                                        configs[i].channel.center_freq, expected[i].packet_bw}),
+                  (std::vector<int64_t>{r.addr[5], r.status, r.type, r.success_number,
+                                        g_seen.v2[i].frequency, g_seen.v2[i].packet_bw}));
+        // The chosen chain's mean over about 15 frames: four standard errors
+        // of the mean plus the second chain's offset, at 0.15 mm per ps.
+        const double tolerance_mm = 0.15 * (4.0 * expected[i].stdev_ps / std::sqrt(15.0) + 300);
+        EXPECT_NEAR(expected[i].distance_m * 1000.0, r.distance_mm, tolerance_mm);
+        EXPECT_GT(r.rssi, 0);  // half-dB steps of a negative dBm value
+    }
+    EXPECT_EQ(RTT_STATUS_FAIL_NO_RSP, g_seen.v2[3].rtt_result.status);
+    EXPECT_EQ(-1, getWiFiHalReqId(varn_id));  // answered once, then retired
 }
 
 }  // namespace
