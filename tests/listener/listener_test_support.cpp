@@ -10,16 +10,6 @@
 
 namespace listener_test {
 
-VARNMeasurementInfo* newFrame(const Frame& frame) {
-    auto* info = new VARNMeasurementInfo();
-    info->rtt_ps = frame.rtt_ps;
-    info->rssi = frame.rssi;
-    info->rx_chain_index = frame.rx_chain;
-    info->tx_rate.bandwidth = info->rx_rate.bandwidth = frame.bw;
-    info->tx_rate.preamble = info->rx_rate.preamble = frame.preamble;
-    return info;
-}
-
 VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> frames,
                              eVARNRttType type) {
     auto* peer = new VARNScanMeasurement();
@@ -27,7 +17,14 @@ VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> fra
     peer->bssid[5] = last_byte;
     peer->rtt_type = type;
     peer->frequency = 5180;
-    for (const Frame& frame : frames) peer->measurements.push_back(newFrame(frame));
+    for (const Frame& frame : frames) {
+        auto* info = new VARNMeasurementInfo();
+        info->rtt_ps = frame.rtt_ps;
+        info->rssi = frame.rssi;
+        info->rx_chain_index = frame.rx_chain;
+        info->tx_rate.bandwidth = info->rx_rate.bandwidth = frame.bw;
+        peer->measurements.push_back(info);
+    }
     return peer;
 }
 
@@ -82,16 +79,8 @@ void stopHal() {
     loc_utils_set_varn_conf_path(nullptr);
 }
 
-void ListenerTest::SetUp() {
-    g_weighted_mean = 0;
-    g_discard_bw_mis_match = 0;
-    releaseBookkeeping();
-    clearReqCache();
-    vel_loc_fw::log_set_global_level(vel_loc_fw::EL_VERBOSE);
-}
-
-void ListenerTest::TearDown() {
-    vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
+void ListenerTest::reset(vel_loc_fw::ERROR_LEVEL level) {
+    vel_loc_fw::log_set_global_level(level);
     g_weighted_mean = 0;
     g_discard_bw_mis_match = 0;
     releaseBookkeeping();

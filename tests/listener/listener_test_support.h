@@ -19,12 +19,8 @@ struct Frame {
     int32_t rtt_ps = 0;
     int16_t rssi = -120;
     uint8_t rx_chain = 0;
-    uint8_t bw = VARN_BW_20MHZ;  // both directions
-    uint8_t preamble = VARN_PREAMBLE_LEGACY;
+    uint8_t bw = VARN_BW_20MHZ;  // both directions; legacy preamble
 };
-
-// A heap frame record (owned by whoever it is pushed into).
-VARNMeasurementInfo* newFrame(const Frame& frame);
 
 // A measurement of peer `last_byte` (BSSID 02:00:00:00:00:<last_byte>) with
 // the given frames; the caller owns it.
@@ -46,12 +42,13 @@ wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center
 void startHal(const char* scenario);
 void stopHal();
 
-// Sets the listener statistics globals and the log level for one test and
-// restores them afterwards; clears the bookkeeping before and after.
+// Clears the listener statistics globals and the bookkeeping before and after
+// each test, which logs at verbose level.
 class ListenerTest : public ::testing::Test {
   protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override { reset(vel_loc_fw::EL_VERBOSE); }
+    void TearDown() override { reset(vel_loc_fw::EL_LOG_OFF); }
+    static void reset(vel_loc_fw::ERROR_LEVEL level);
 
     VARNClientListenerImpl listener_{50};
 };

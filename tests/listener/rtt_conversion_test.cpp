@@ -82,20 +82,6 @@ TEST_F(RttConversionTest, StatusTables) {
     }
 }
 
-TEST_F(RttConversionTest, RttType) {
-    const wifi_rtt_type kTypes[] = {RTT_TYPE_1_SIDED, RTT_TYPE_1_SIDED, RTT_TYPE_2_SIDED,
-                                    RTT_TYPE_1_SIDED};
-    VARNScanMeasurement peer;
-    for (int type = 0; type < 4; ++type) {
-        peer.rtt_type = static_cast<eVARNRttType>(type);
-        wifi_rtt_result_v2 result{};
-        varn_test::LogCapture log;
-        VARNClientListenerImpl::mapRttTypeToWiFiHal(&result, &peer);
-        EXPECT_EQ(kTypes[type], result.rtt_result.type);
-        EXPECT_EQ(type == 3, log.contains("mapRttTypeToWiFiHal: RTT type unknown"));
-    }
-}
-
 TEST_F(RttConversionTest, RssiMetrics) {
     const struct {
         std::initializer_list<Frame> frames;
@@ -188,13 +174,15 @@ TEST_F(RttConversionTest, ConvertsPeers) {
     peer->burst_duration = 55;
     peer->negotiated_burst_num = 6;
     peer->frequency = 5200;
-    VARNScanMeasurement* no_frames = newPeer(2, {});
+    // Types 0 and 3 (unknown) are one-sided.
+    VARNScanMeasurement* zero = newPeer(1, {{0}, {0}, {0}}, static_cast<eVARNRttType>(0));
+    VARNScanMeasurement* no_frames = newPeer(2, {}, static_cast<eVARNRttType>(3));
     no_frames->target_status = VARN_TARGET_STATUS_RTT_FAIL_NO_RSP;
 
     struct timespec before = {}, after = {};
     clock_gettime(CLOCK_BOOTTIME, &before);
     varn_test::LogCapture log;
-    wifi_rtt_result_v2* results = convert({peer, newPeer(1, {{0}, {0}, {0}}), no_frames});
+    wifi_rtt_result_v2* results = convert({peer, zero, no_frames});
     clock_gettime(CLOCK_BOOTTIME, &after);
     ASSERT_NE(nullptr, results);
     const wifi_rtt_result& r = results[0].rtt_result;
@@ -218,12 +206,15 @@ TEST_F(RttConversionTest, ConvertsPeers) {
     EXPECT_LE(r.ts, (after.tv_sec * 1000LL + after.tv_nsec / 1000000 + 1) * 1000);
     // Frames whose RTT is zero are an invalid time stamp; without frames there
     // is nothing to invalidate and the target status stands.
-    const wifi_rtt_result& zero = results[1].rtt_result;
+    const wifi_rtt_result& zeros = results[1].rtt_result;
     const wifi_rtt_result& none = results[2].rtt_result;
-    EXPECT_EQ((std::vector<int64_t>{0, RTT_STATUS_FAIL_INVALID_TS, 0, RTT_STATUS_FAIL_NO_RSP, 0,
+    EXPECT_EQ((std::vector<int64_t>{0, RTT_STATUS_FAIL_INVALID_TS, RTT_TYPE_1_SIDED, 0,
+                                    RTT_STATUS_FAIL_NO_RSP, RTT_TYPE_1_SIDED, 0,
                                     WIFI_RTT_BW_UNSPECIFIED}),
-              (std::vector<int64_t>{zero.success_number, zero.status, none.success_number,
-                                    none.status, none.rtt, results[2].packet_bw}));
+              (std::vector<int64_t>{zeros.success_number, zeros.status, zeros.type,
+                                    none.success_number, none.status, none.type, none.rtt,
+                                    results[2].packet_bw}));
+    EXPECT_EQ(1u, log.count("mapRttTypeToWiFiHal: RTT type unknown"));
     FREE_RTT_RESULTS(results);
 }
 
