@@ -157,17 +157,18 @@ TEST_F(DispatchTest, RangingResults) {
         int peers, calls;
         const char* message;
         bool retired;
+        std::initializer_list<int64_t> rtts;
     };
     const char* const kCalled = "@responseReceived(): calling wifihal rtt results callback(";
     const char* const kNoId = "@responseReceived(): no wifihal reqid for this rsp...drop the rsp";
     const Case cases[] = {
-            {-7, {onV1, onV2}, true, 3, 1, kCalled, true},
-            {9, {onV1, nullptr}, true, 2, 1, kCalled, true},
-            {10, {nullptr, onV2}, true, 0, 1, kCalled, true},
-            {11, {onV1, onV2}, false, 3, 0, "got a rsp but NULL handler...drop the rsp", true},
-            {-1, {onV1, onV2}, true, 3, 0, kNoId, false},
-            {-1, {onV1, nullptr}, true, 3, 0, kNoId, false},
-            {12, {nullptr, nullptr}, true, 3, 0, "Rtt result callbacks are NULL, dropping", true},
+            {-7, {onV1, onV2}, true, 3, 1, kCalled, true, {20000, 21000, 22000}},
+            {9, {onV1, nullptr}, true, 2, 1, kCalled, true, {20000, 21000}},
+            {10, {nullptr, onV2}, true, 0, 1, kCalled, true, {}},
+            {11, {onV1, onV2}, false, 3, 0, "got a rsp but NULL handler...drop the rsp", true, {}},
+            {-1, {onV1, onV2}, true, 3, 0, kNoId, false, {}},
+            {-1, {onV1, nullptr}, true, 3, 0, kNoId, false, {}},
+            {12, {nullptr, nullptr}, true, 3, 0, "Rtt result callbacks are NULL", true, {}},
     };
     ASSERT_EQ(0, addRttRequestHandler(8, 42, {onV1, onV2}));  // untouched throughout
     uint32_t varn_id = 50;
@@ -185,12 +186,8 @@ TEST_F(DispatchTest, RangingResults) {
         if (c.calls == 0) continue;
         EXPECT_EQ(c.hal_id, g_seen.id);
         EXPECT_EQ(static_cast<unsigned>(c.peers), g_seen.count);
-        std::vector<int64_t> rtts;
-        std::vector<wifi_rtt_result_v2> v2;  // LCI/LCR pointers cleared
-        for (int i = 0; i < c.peers; ++i) rtts.push_back(20000 + 1000 * i);
-        EXPECT_EQ(rtts, g_seen.rtts);
-        EXPECT_EQ(c.peers > 0 ? 2u : 0u, g_seen.ie.size());  // the LCI bytes 0x11 0x22
-        EXPECT_EQ(c.peers > 0 ? 0x22 : 0, g_seen.ie.empty() ? 0 : g_seen.ie.back());
+        EXPECT_EQ(std::vector<int64_t>(c.rtts), g_seen.rtts);
+        EXPECT_EQ(c.peers > 0, g_seen.ie == std::vector<uint8_t>({0x11, 0x22}));
     }
     EXPECT_EQ(8, getWiFiHalReqId(42));
 }
