@@ -60,13 +60,9 @@ TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
     toWiFiScanResult(4, out, meas);  // capped by the vector
 
     EXPECT_STREQ("net1", out[0].ssid);
-    EXPECT_EQ(2413, out[0].channel);
-    EXPECT_EQ(0xa0, out[0].bssid[0]);
-    EXPECT_EQ(1, out[0].bssid[5]);
-    EXPECT_EQ(-50, out[0].rssi);
-    EXPECT_EQ(0, out[0].rtt + out[0].rtt_sd);
-    EXPECT_EQ(1001, out[0].ts);
-    EXPECT_EQ(0u, out[0].ie_length);
+    EXPECT_EQ((std::vector<int64_t>{2413, 0xa0, 1, -50, 0, 0, 1001, 0}),
+              (std::vector<int64_t>{out[0].channel, out[0].bssid[0], out[0].bssid[5], out[0].rssi,
+                                    out[0].rtt, out[0].rtt_sd, out[0].ts, out[0].ie_length}));
     wifi_scan_result pattern;
     memset(&pattern, 0x5a, sizeof(pattern));
     for (int i : {1, 2}) {
@@ -100,10 +96,9 @@ TEST_F(ScanConversionTest, RecordsKeepTheFixedStride) {
     EXPECT_EQ(reinterpret_cast<unsigned char*>(&out[1]), buffer + 88);
     // Record 0's element bytes 9..12 were written where record 1's time stamp
     // lives, and then replaced by it.
-    EXPECT_EQ(1002, out[1].ts);
-    EXPECT_EQ(2, out[1].bssid[5]);
-    EXPECT_EQ(1u, out[1].ie_length);
-    EXPECT_EQ(0xee, buffer[88 + 80]);
+    EXPECT_EQ(
+            (std::vector<int64_t>{1002, 2, 1, 0xee}),
+            (std::vector<int64_t>{out[1].ts, out[1].bssid[5], out[1].ie_length, buffer[88 + 80]}));
 }
 
 TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
@@ -113,31 +108,20 @@ TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
     cachedScan(100, 1)->scan_id = 8;
     cachedScan(0, 0)->scan_id = 9;
     std::vector<wifi_cached_scan_results> out(3);
-    EXPECT_EQ(2832u, sizeof(wifi_cached_scan_results));
-    // Records are logged one by one at debug level 5 only.
-    for (int level : {4, 5}) {
-        memset(out.data(), 0, out.size() * sizeof(out[0]));
-        varn_debug_level = level;
-        varn_test::LogCapture log;
-        toWiFiCachedScanResults(2, out.data(), cached_);
-        varn_debug_level = 3;
-        EXPECT_TRUE(
-                log.contains("toWiFiCachedScanResults: requested 2 results, got 3 results, "
-                             "passing 2 results"))
-                << log.dump();
-        EXPECT_EQ(level == 5, log.contains("scan_id(7) flags(1) num_results(40) "
-                                           "bssid(a0:00:00:00:00:1f) ssid(net31)"));
-        EXPECT_EQ(level == 5 ? 33u : 1u, log.count("scan_id(7) flags(1) num_results(40)"));
-    }
-    EXPECT_EQ(7, out[0].scan_id);
-    EXPECT_EQ(1, out[0].flags);
-    EXPECT_EQ(40, out[0].num_results);
-    EXPECT_EQ(31, out[0].results[31].bssid[5]);
+    memset(out.data(), 0, out.size() * sizeof(out[0]));
+    varn_debug_level = 5;  // records are logged one by one at level 5 only
+    varn_test::LogCapture log;
+    toWiFiCachedScanResults(2, out.data(), cached_);
+    varn_debug_level = 3;
+    EXPECT_TRUE(log.contains("requested 2 results, got 3 results, passing 2 results"));
+    EXPECT_TRUE(log.contains(
+            "scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) ssid(net31)"));
+    EXPECT_EQ(33u, log.count("scan_id(7) flags(1) num_results(40)"));  // 1 + 32 records
+    EXPECT_EQ((std::vector<int>{7, 1, 40, 31, 8, 1, 100, 0}),
+              (std::vector<int>{out[0].scan_id, out[0].flags, out[0].num_results,
+                                out[0].results[31].bssid[5], out[1].scan_id, out[1].num_results,
+                                out[1].results[0].bssid[5], out[2].scan_id}));
     EXPECT_STREQ("net31", out[0].results[31].ssid);
-    EXPECT_EQ(8, out[1].scan_id);  // not overwritten by measurements 32..39
-    EXPECT_EQ(1, out[1].num_results);
-    EXPECT_EQ(100, out[1].results[0].bssid[5]);
-    EXPECT_EQ(0, out[2].scan_id);  // max 2: the third cached scan is not passed
 }
 
 TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
