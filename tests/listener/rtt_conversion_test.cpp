@@ -73,9 +73,6 @@ TEST_F(RttConversionTest, StatusTables) {
                                                              static_cast<eScanStatus>(c.scan));
         EXPECT_EQ(c.status, result.rtt_result.status);
         EXPECT_EQ(c.unknown, log.contains("mapVarnStatusToWiFiHalStatus: Status type unknown"));
-        EXPECT_TRUE(log.contains("status IN(" + std::to_string(c.target) + ")(" +
-                                 TARGET_STATUS[std::min(c.target, 11)] + ") ReqStatus(" +
-                                 std::to_string(c.scan) + ")"));
         EXPECT_TRUE(log.contains("status OUT(" + std::to_string(c.status) + ")(" +
                                  WIFIHAL_STATUS[c.status] + ")"))
                 << log.dump();
