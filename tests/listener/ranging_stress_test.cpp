@@ -24,8 +24,9 @@ std::atomic<int> g_results{0};
 
 void onResults(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
     if (id >= 0 && id < kTotal) g_answers[id].fetch_add(1);
-    for (unsigned i = 0; i < n; ++i)
-        g_results += results[i]->rtt_result.status == RTT_STATUS_SUCCESS;
+    for (unsigned i = 0; i < n; ++i) {
+        if (results[i]->rtt_result.status == RTT_STATUS_SUCCESS) g_results.fetch_add(1);
+    }
     g_total.fetch_add(1);
 }
 
@@ -60,8 +61,9 @@ TEST(ListenerStressTest, EveryConcurrentRangingRequestIsAnsweredOnce) {
     EXPECT_EQ(kTotal, g_results.load());
     // Every request was retired by its answer.
     EXPECT_EQ(0u, rttRequestHandlers.size());
-    for (uint32_t id = 1; id <= static_cast<uint32_t>(kTotal); ++id)
+    for (uint32_t id = 1; id <= static_cast<uint32_t>(kTotal); ++id) {
         EXPECT_EQ(-1, getWiFiHalReqId(id));
+    }
     listener_test::stopHal();
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
