@@ -167,6 +167,12 @@ TEST_F(RttStatisticsTest, OutlierFilter) {
     EXPECT_EQ(2u, mixed.size());
     EXPECT_EQ(m + 9270, s.max);
 
+    // The default five deviations at 160 MHz: 28000 ps.
+    VARNFrameList& wide = frames({m, m + 28000, m + 28001}, {3, 3, 3}, {3, 3, 3});
+    s.median = m;
+    filter(listener_, wide, s, 0);
+    EXPECT_EQ(2u, wide.size());
+
     // An invalid bandwidth keeps the frame, however far from the median.
     VARNFrameList& invalid = frames({5000000, 5000000, 5000000}, {4, 4, 4}, {4, 4, 4});
     filter(listener_, invalid, s, 0);
