@@ -81,6 +81,7 @@ void stopHal() {
 
 void ListenerTest::reset(vel_loc_fw::ERROR_LEVEL level) {
     vel_loc_fw::log_set_global_level(level);
+    varn_debug_level = 3;
     g_weighted_mean = 0;
     g_discard_bw_mis_match = 0;
     releaseBookkeeping();

@@ -42,8 +42,8 @@ wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center
 void startHal(const char* scenario);
 void stopHal();
 
-// Clears the listener statistics globals and the bookkeeping before and after
-// each test, which logs at verbose level.
+// Clears the listener statistics globals, the debug level and the bookkeeping
+// before and after each test, which logs at verbose level.
 class ListenerTest : public ::testing::Test {
   protected:
     void SetUp() override { reset(vel_loc_fw::EL_VERBOSE); }

@@ -108,15 +108,17 @@ TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
     cachedScan(100, 1)->scan_id = 8;
     cachedScan(0, 0)->scan_id = 9;
     std::vector<wifi_cached_scan_results> out(3);
-    memset(out.data(), 0, out.size() * sizeof(out[0]));
     varn_debug_level = 5;  // records are logged one by one at level 5 only
     varn_test::LogCapture log;
     toWiFiCachedScanResults(2, out.data(), cached_);
-    varn_debug_level = 3;
     EXPECT_TRUE(log.contains("requested 2 results, got 3 results, passing 2 results"));
     EXPECT_TRUE(log.contains(
             "scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) ssid(net31)"));
     EXPECT_EQ(33u, log.count("scan_id(7) flags(1) num_results(40)"));  // 1 + 32 records
+    varn_debug_level = 4;
+    log.clear();
+    toWiFiCachedScanResults(2, out.data(), cached_);
+    EXPECT_EQ(1u, log.count("scan_id(7) flags(1) num_results(40)"));
     EXPECT_EQ((std::vector<int>{7, 1, 40, 31, 8, 1, 100, 0}),
               (std::vector<int>{out[0].scan_id, out[0].flags, out[0].num_results,
                                 out[0].results[31].bssid[5], out[1].scan_id, out[1].num_results,
