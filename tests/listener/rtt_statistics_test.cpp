@@ -111,10 +111,9 @@ TEST_F(RttStatisticsTest, FrameWeights) {
             {0, 2, 0, 4, 0.0f},
     };
     for (const Case& c : cases) {
+        SCOPED_TRACE(&c - cases);
         EXPECT_EQ(c.weight, VARNClientListenerImpl::getRTTWeightedFactor(c.tx_pre, c.rx_pre,
-                                                                         c.tx_bw, c.rx_bw))
-                << int(c.tx_pre) << "/" << int(c.rx_pre) << " bw " << int(c.tx_bw) << "/"
-                << int(c.rx_bw);
+                                                                         c.tx_bw, c.rx_bw));
     }
 }
 

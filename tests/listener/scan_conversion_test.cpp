@@ -65,12 +65,10 @@ TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
                                     out[0].rtt, out[0].rtt_sd, out[0].ts, out[0].ie_length}));
     wifi_scan_result pattern;
     memset(&pattern, 0x5a, sizeof(pattern));
-    for (int i : {1, 2}) {
-        EXPECT_EQ(pattern.rssi, out[i].rssi);
-        EXPECT_EQ(pattern.rtt, out[i].rtt);
-        EXPECT_EQ(pattern.rtt_sd, out[i].rtt_sd);
-        EXPECT_EQ(pattern.ts, out[i].ts);
-        EXPECT_EQ(pattern.beacon_period, out[i].beacon_period);  // never written
+    for (const wifi_scan_result& r : {out[1], out[2]}) {  // beacon_period: never written
+        EXPECT_EQ((std::vector<int64_t>{pattern.rssi, pattern.rtt, pattern.rtt_sd, pattern.ts,
+                                        pattern.beacon_period}),
+                  (std::vector<int64_t>{r.rssi, r.rtt, r.rtt_sd, r.ts, r.beacon_period}));
     }
     EXPECT_STREQ("net3", out[2].ssid);
     EXPECT_EQ(0, memcmp(&pattern, &out[3], sizeof(pattern)));
