@@ -221,6 +221,9 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     EXPECT_TRUE(log.contains("@responseReceived(): not a bgscan event"));
     EXPECT_TRUE(log.contains("index out of range"));
     EXPECT_TRUE(log.contains("@responseReceived(): clReqId(21), numResults(0)")) << log.dump();
+    deliver(event(99, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT));  // no handler under id 99
+    EXPECT_TRUE(log.contains("@responseReceived(): clReqId(-1), numResults(0)")) << log.dump();
+    EXPECT_EQ(3, g_seen.calls);
 }
 
 TEST_F(DispatchTest, HotlistEvents) {
