@@ -1,10 +1,8 @@
-// Delivers arbitrary service responses through the listener: ranging results,
-// background-scan, hotlist and significant-change events and other response
-// types, with HAL callbacks registered under some of the request ids, random
-// statistics settings and bandwidth cache; and converts arbitrary cached scans
-// into a HAL array of exactly the requested size. The callbacks read all they
-// are handed; the sanitizers catch any access outside it, leak or undefined
-// behaviour.
+// Delivers arbitrary service responses (ranging, background-scan, hotlist,
+// significant-change and others) through the listener with HAL callbacks of
+// every kind registered, random statistics settings and bandwidth cache, and
+// converts arbitrary cached scans into a HAL array of exactly the requested
+// size. The callbacks read all they are handed; the sanitizers catch the rest.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
@@ -21,9 +19,7 @@
 #include "wifihal/request_bookkeeping.h"
 
 // Log lines are formatted by the library and dropped here.
-extern "C" int __android_log_print(int, const char*, const char*, ...) {
-    return 1;
-}
+extern "C" int __android_log_print(int, const char*, const char*, ...) { return 1; }
 
 namespace {
 
@@ -68,9 +64,7 @@ void onFullScanResult(wifi_request_id, wifi_scan_result* result, unsigned) {
     takeScanResult(*result);
 }
 
-void onScanEvent(wifi_request_id, wifi_scan_event event) {
-    g_sink = g_sink + event;
-}
+void onScanEvent(wifi_request_id, wifi_scan_event event) { g_sink = g_sink + event; }
 
 void onHotlist(wifi_request_id, unsigned n, wifi_scan_result* results) {
     for (unsigned i = 0; i < n; ++i) takeScanResult(results[i]);
@@ -115,13 +109,10 @@ VARNScanMeasurement* measurement(FuzzedDataProvider& in) {
     m->retry_after_duration = in.ConsumeIntegral<uint8_t>();
     m->burst_duration = in.ConsumeIntegral<uint32_t>();
     m->negotiated_burst_num = in.ConsumeIntegral<uint32_t>();
-    if (in.ConsumeBool()) {
+    for (auto set : {&VARNScanMeasurement::setLci, &VARNScanMeasurement::setLcr}) {
+        if (!in.ConsumeBool()) continue;
         const std::vector<uint8_t> data = in.ConsumeBytes<uint8_t>(in.ConsumeIntegral<uint8_t>());
-        m->setLci(in.ConsumeIntegral<uint8_t>(), data.data(), static_cast<uint8_t>(data.size()));
-    }
-    if (in.ConsumeBool()) {
-        const std::vector<uint8_t> data = in.ConsumeBytes<uint8_t>(in.ConsumeIntegral<uint8_t>());
-        m->setLcr(in.ConsumeIntegral<uint8_t>(), data.data(), static_cast<uint8_t>(data.size()));
+        (m->*set)(in.ConsumeIntegral<uint8_t>(), data.data(), static_cast<uint8_t>(data.size()));
     }
     // Longer SSIDs end the process by design.
     char ssid[32] = {};
@@ -175,10 +166,9 @@ void registerHandlers(FuzzedDataProvider& in) {
     }
     const int scans = in.ConsumeIntegralInRange<int>(0, 3);
     for (int i = 0; i < scans; ++i) {
-        static const eVARNRequestType kTypes[] = {
-                VARN_REQ_BGSCAN_START, VARN_REQ_HOTLIST_SET, VARN_REQ_SIGNIFICANT_CHANGE_SET};
-        const int kind = in.ConsumeIntegralInRange<int>(0, 2);
-        const eVARNRequestType type = kTypes[kind];
+        static const eVARNRequestType kTypes[] = {VARN_REQ_BGSCAN_START, VARN_REQ_HOTLIST_SET,
+                                                  VARN_REQ_SIGNIFICANT_CHANGE_SET};
+        const eVARNRequestType type = kTypes[in.ConsumeIntegralInRange<int>(0, 2)];
         RspHandlerRecord record{};
         if (type == VARN_REQ_BGSCAN_START) {
             record.scan = {onFullScanResult, onScanEvent};
@@ -187,7 +177,7 @@ void registerHandlers(FuzzedDataProvider& in) {
         } else {
             record.significant_change = {onSignificantChange};
         }
-        const uint32_t id = in.ConsumeIntegralInRange<uint32_t>(1, 6);
+        const uint32_t id = in.ConsumeIntegralInRange<uint32_t>(1, 6);  // read before the HAL id
         addRspHandler(in.ConsumeIntegral<int32_t>(), id, type, record);
     }
 }
@@ -204,8 +194,8 @@ void convertCached(FuzzedDataProvider& in) {
         rsp.getCachedResults().push_back(scan);
     }
     const unsigned max = in.ConsumeIntegralInRange<unsigned>(1, 4);
-    auto* out = static_cast<wifi_cached_scan_results*>(
-            calloc(max, sizeof(wifi_cached_scan_results)));
+    auto* out =
+            static_cast<wifi_cached_scan_results*>(calloc(max, sizeof(wifi_cached_scan_results)));
     if (out == nullptr) return;
     toWiFiCachedScanResults(max, out, rsp.getCachedResults());
     consume(out, max * sizeof(wifi_cached_scan_results));

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <hardware_legacy/rtt.h>
 #include <varn_client/VARNClient.h>
 #include <vel_loc_fw/log_util.h>
 
@@ -18,29 +19,36 @@ struct Frame {
     int32_t rtt_ps = 0;
     int16_t rssi = -120;
     uint8_t rx_chain = 0;
-    uint8_t bw = VARN_BW_20MHZ;  // both directions unless rx_bw is set
-    int rx_bw = -1;              // -1: same as bw
-    uint8_t preamble = VARN_PREAMBLE_LEGACY;
+    uint8_t bw = VARN_BW_20MHZ;  // both directions; legacy preamble
 };
-
-// A heap frame record (owned by whoever it is pushed into).
-VARNMeasurementInfo* newFrame(const Frame& frame);
 
 // A measurement of peer `last_byte` (BSSID 02:00:00:00:00:<last_byte>) with
 // the given frames; the caller owns it.
 VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> frames,
                              eVARNRttType type = VARN_RTT_TYPE_2_SIDED);
 
-// Appends frames with the given RTTs (chain 0, 20 MHz, legacy) held in `storage`.
-void fillFrames(VARNFrameList& list, std::vector<VARNMeasurementInfo>& storage,
-                std::initializer_list<int32_t> rtts);
+// A scanned AP a0:00:00:00:00:<last_byte> on 2412 + last_byte MHz named
+// "net<last_byte>", one observation per RSSI value (time stamp 1000 +
+// last_byte) and the `ie` bytes; the caller owns it.
+VARNScanMeasurement* newAp(uint8_t last_byte, std::vector<int16_t> rssi,
+                           std::vector<uint8_t> ie = {});
 
-// Sets the listener statistics globals and the log level for one test and
-// restores them afterwards; clears the bookkeeping before and after.
+// A HAL ranging request for AP 02:5a:00:00:00:<last> of the simulated service.
+wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center0,
+                          wifi_channel_width width, wifi_rtt_bw bw, uint8_t frames);
+
+// Starts the HAL on a fresh simulated service (with `scenario` unless null)
+// and no configuration file; stopHal() undoes it.
+void startHal(const char* scenario);
+void stopHal();
+
+// Clears the listener statistics globals, the debug level and the bookkeeping
+// before and after each test, which logs at verbose level.
 class ListenerTest : public ::testing::Test {
   protected:
-    void SetUp() override;
-    void TearDown() override;
+    void SetUp() override { reset(vel_loc_fw::EL_VERBOSE); }
+    void TearDown() override { reset(vel_loc_fw::EL_LOG_OFF); }
+    static void reset(vel_loc_fw::ERROR_LEVEL level);
 
     VARNClientListenerImpl listener_{50};
 };

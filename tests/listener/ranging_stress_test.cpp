@@ -2,17 +2,15 @@
 // answers them through the listener. Meant for the ThreadSanitizer build.
 #include <gtest/gtest.h>
 #include <hardware_legacy/rtt.h>
-#include <loc_utils/loc_utils.h>
 #include <varn_sim/simulator.h>
 #include <varn_wifihal.h>
 #include <vel_loc_fw/log_util.h>
 
 #include <atomic>
-#include <chrono>
-#include <thread>
-#include <vector>
 
+#include "listener_test_support.h"
 #include "log_capture.h"
+#include "stress_support.h"
 
 namespace {
 
@@ -32,30 +30,11 @@ void onResults(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
     g_total.fetch_add(1);
 }
 
-wifi_rtt_config officeConfig() {
-    wifi_rtt_config c{};
-    const uint8_t addr[6] = {0x02, 0x5a, 0, 0, 0, 1};  // default scenario, 3 m, 80 MHz
-    for (int i = 0; i < 6; ++i) c.addr[i] = addr[i];
-    c.type = RTT_TYPE_2_SIDED;
-    c.peer = RTT_PEER_AP;
-    c.channel.width = WIFI_CHAN_WIDTH_80;
-    c.channel.center_freq = 5180;
-    c.channel.center_freq0 = 5210;
-    c.num_frames_per_burst = 8;
-    c.burst_duration = 15;
-    c.preamble = WIFI_RTT_PREAMBLE_VHT;
-    c.bw = WIFI_RTT_BW_80;
-    return c;
-}
-
 TEST(ListenerStressTest, EveryConcurrentRangingRequestIsAnsweredOnce) {
-    varn_wifihal_destroy();
+    listener_test::startHal(nullptr);  // the default scenario's AP 1: 3 m, 80 MHz
     varn_sim::Simulator& sim = varn_sim::Simulator::instance();
-    sim.reset();
     // Answers at once, often before sendRequest has returned to the HAL thread.
     sim.setAirTimeMs(0);
-    loc_utils_set_varn_conf_path("/nonexistent/varn-listener-stress.conf");
-    ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_init());
     for (auto& answers : g_answers) answers.store(0);
     g_total = 0;
     g_results = 0;
@@ -63,27 +42,18 @@ TEST(ListenerStressTest, EveryConcurrentRangingRequestIsAnsweredOnce) {
     varn_test::LogCapture log;
 
     std::atomic<int> refused{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &refused] {
-            wifi_rtt_event_handler handler = {nullptr, onResults};
-            for (int k = 0; k < kRequestsPerThread; ++k) {
-                wifi_rtt_config config = officeConfig();
-                const int id = t * kRequestsPerThread + k;
-                if (varn_wifihal_rtt_range_request(id, nullptr, 1, &config, handler) !=
-                    WIFI_SUCCESS) {
-                    refused.fetch_add(1);
-                }
+    varn_test::runOnThreads(kThreads, [&refused](int t) {
+        for (int k = 0; k < kRequestsPerThread; ++k) {
+            wifi_rtt_config config = listener_test::rttConfig(
+                    1, RTT_TYPE_2_SIDED, 5180, 5210, WIFI_CHAN_WIDTH_80, WIFI_RTT_BW_80, 8);
+            if (varn_wifihal_rtt_range_request(t * kRequestsPerThread + k, nullptr, 1, &config,
+                                               {nullptr, onResults}) != WIFI_SUCCESS) {
+                refused.fetch_add(1);
             }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
+        }
+    });
     ASSERT_EQ(0, refused.load());
-
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (g_total.load() < kTotal && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    varn_test::waitFor([] { return g_total.load() >= kTotal; }, 60000);
     ASSERT_TRUE(sim.waitUntilDelivered(10000));
     EXPECT_EQ(kTotal, g_total.load());
     EXPECT_EQ(0u, log.count("drop the rsp")) << log.dump();
@@ -91,11 +61,10 @@ TEST(ListenerStressTest, EveryConcurrentRangingRequestIsAnsweredOnce) {
     EXPECT_EQ(kTotal, g_results.load());
     // Every request was retired by its answer.
     EXPECT_EQ(0u, rttRequestHandlers.size());
-    for (uint32_t varn_id = 1; varn_id <= static_cast<uint32_t>(kTotal); ++varn_id) {
-        EXPECT_EQ(-1, getWiFiHalReqId(varn_id));
+    for (uint32_t id = 1; id <= static_cast<uint32_t>(kTotal); ++id) {
+        EXPECT_EQ(-1, getWiFiHalReqId(id));
     }
-    varn_wifihal_destroy();
-    loc_utils_set_varn_conf_path(nullptr);
+    listener_test::stopHal();
     vel_loc_fw::log_set_global_level(vel_loc_fw::EL_LOG_OFF);
 }
 

@@ -14,29 +14,33 @@ namespace {
 
 class ScanConversionTest : public listener_test::ListenerTest {
   protected:
-    // An AP with `infos` beacon observations (RSSI -50 - k dBm) and `ie` bytes.
+    // An AP with `infos` observations (RSSI -50, -51, ...) and `ie` bytes.
     VARNScanMeasurement* ap(uint8_t last_byte, int infos, std::vector<uint8_t> ie = {}) {
-        auto* meas = new VARNScanMeasurement();
-        meas->bssid[0] = 0xa0;
-        meas->bssid[5] = last_byte;
-        meas->frequency = 2412 + last_byte;
-        const std::string ssid = "net" + std::to_string(last_byte);
-        meas->ssid.setSSID(ssid.c_str(), static_cast<uint32_t>(ssid.size()));
-        for (int k = 0; k < infos; ++k) {
-            auto* info = new VARNMeasurementInfo();
-            info->rssi = static_cast<int16_t>(-50 - k);
-            info->rssi_timestamp = 1000u + last_byte;
-            meas->measurements.push_back(info);
+        std::vector<int16_t> rssi;
+        for (int k = 0; k < infos; ++k) rssi.push_back(static_cast<int16_t>(-50 - k));
+        owned_.push_back(listener_test::newAp(last_byte, rssi, ie));
+        return owned_.back();
+    }
+    // A cached scan of APs first..first+count-1; the last one carries `ie`.
+    VARNBgscanCachedResult* cachedScan(uint8_t first, uint8_t count, std::vector<uint8_t> ie = {}) {
+        auto* scan = new VARNBgscanCachedResult();
+        for (uint8_t i = 0; i < count; ++i) {
+            scan->measurements.push_back(
+                    ap(first + i, 1, i + 1 == count ? ie : std::vector<uint8_t>()));
         }
-        for (uint8_t byte : ie) meas->ie_data.push_back(byte);
-        owned_.push_back(meas);
-        return meas;
+        cached_.push_back(scan);
+        return scan;
     }
     void TearDown() override {
+        for (VARNBgscanCachedResult* scan : cached_) {
+            scan->measurements.clear();  // owned_ deletes them
+            delete scan;
+        }
         for (VARNScanMeasurement* meas : owned_) delete meas;
         ListenerTest::TearDown();
     }
     std::vector<VARNScanMeasurement*> owned_;
+    vel_loc_fw::vector<VARNBgscanCachedResult*> cached_;
 };
 
 TEST_F(ScanConversionTest, ScanEventCode) {
@@ -50,44 +54,28 @@ TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
     meas.push_back(ap(1, 1));
     meas.push_back(ap(2, 2));  // two observations: rssi, rtt, rtt_sd and ts untouched
     meas.push_back(ap(3, 0));  // none: likewise
-    wifi_scan_result out[3];
+    wifi_scan_result out[4];
     memset(out, 0x5a, sizeof(out));
     varn_test::LogCapture log;
-    toWiFiScanResult(3, out, meas);
+    toWiFiScanResult(4, out, meas);  // capped by the vector
 
     EXPECT_STREQ("net1", out[0].ssid);
-    EXPECT_EQ(2413, out[0].channel);
-    EXPECT_EQ(0xa0, out[0].bssid[0]);
-    EXPECT_EQ(1, out[0].bssid[5]);
-    EXPECT_EQ(-50, out[0].rssi);
-    EXPECT_EQ(0, out[0].rtt);
-    EXPECT_EQ(0, out[0].rtt_sd);
-    EXPECT_EQ(1001, out[0].ts);
-    EXPECT_EQ(0u, out[0].ie_length);
+    EXPECT_EQ((std::vector<int64_t>{2413, 0xa0, 1, -50, 0, 0, 1001, 0}),
+              (std::vector<int64_t>{out[0].channel, out[0].bssid[0], out[0].bssid[5], out[0].rssi,
+                                    out[0].rtt, out[0].rtt_sd, out[0].ts, out[0].ie_length}));
     wifi_scan_result pattern;
     memset(&pattern, 0x5a, sizeof(pattern));
-    for (int i : {1, 2}) {
-        EXPECT_EQ(pattern.rssi, out[i].rssi);
-        EXPECT_EQ(pattern.rtt, out[i].rtt);
-        EXPECT_EQ(pattern.rtt_sd, out[i].rtt_sd);
-        EXPECT_EQ(pattern.ts, out[i].ts);
-        EXPECT_EQ(pattern.beacon_period, out[i].beacon_period);  // never written
+    for (const wifi_scan_result& r : {out[1], out[2]}) {  // beacon_period: never written
+        EXPECT_EQ((std::vector<int64_t>{pattern.rssi, pattern.rtt, pattern.rtt_sd, pattern.ts,
+                                        pattern.beacon_period}),
+                  (std::vector<int64_t>{r.rssi, r.rtt, r.rtt_sd, r.ts, r.beacon_period}));
     }
     EXPECT_STREQ("net3", out[2].ssid);
+    EXPECT_EQ(0, memcmp(&pattern, &out[3], sizeof(pattern)));
     EXPECT_TRUE(
             log.contains("[VARN-WIFIHAL-2.1.1.25] toWiFiScanResult: bssid(a0:00:00:00:00:01) "
                          "ssid(net1) channel(2413) rssi(-50) rssi_ts(1001) rtt(0) rtt_sd(0)"))
             << log.dump();
-}
-
-TEST_F(ScanConversionTest, CountIsCappedByTheVector) {
-    vel_loc_fw::vector<VARNScanMeasurement*> meas;
-    meas.push_back(ap(1, 1));
-    wifi_scan_result out[2];
-    memset(out, 0, sizeof(out));
-    toWiFiScanResult(5, out, meas);
-    EXPECT_STREQ("net1", out[0].ssid);
-    EXPECT_EQ(0, out[1].channel);
 }
 
 TEST_F(ScanConversionTest, RecordsKeepTheFixedStride) {
@@ -102,64 +90,38 @@ TEST_F(ScanConversionTest, RecordsKeepTheFixedStride) {
     auto* out = reinterpret_cast<wifi_scan_result*>(buffer);
     toWiFiScanResult(2, out, meas);
     EXPECT_EQ(12u, out[0].ie_length);
-    for (int k = 0; k < 8; ++k) EXPECT_EQ(k + 1, buffer[80 + k]) << k;
+    EXPECT_EQ(0, memcmp(buffer + 80, ie0.data(), 8));
     EXPECT_EQ(reinterpret_cast<unsigned char*>(&out[1]), buffer + 88);
     // Record 0's element bytes 9..12 were written where record 1's time stamp
     // lives, and then replaced by it.
-    EXPECT_EQ(1002, out[1].ts);
-    EXPECT_EQ(2, out[1].bssid[5]);
-    EXPECT_EQ(1u, out[1].ie_length);
-    EXPECT_EQ(0xee, buffer[88 + 80]);
+    EXPECT_EQ(
+            (std::vector<int64_t>{1002, 2, 1, 0xee}),
+            (std::vector<int64_t>{out[1].ts, out[1].bssid[5], out[1].ie_length, buffer[88 + 80]}));
 }
 
 TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
-    auto* big = new VARNBgscanCachedResult();
+    VARNBgscanCachedResult* big = cachedScan(0, 40);
     big->scan_id = 7;
     big->flags = 1;
-    for (uint8_t i = 0; i < 40; ++i) big->measurements.push_back(ap(i, 1));
-    auto* small = new VARNBgscanCachedResult();
-    small->scan_id = 8;
-    small->measurements.push_back(ap(100, 1));
-    auto* unused = new VARNBgscanCachedResult();
-    unused->scan_id = 9;
-    vel_loc_fw::vector<VARNBgscanCachedResult*> cached;
-    cached.push_back(big);
-    cached.push_back(small);
-    cached.push_back(unused);
-    // The owning cached results must not delete the measurements owned_ holds.
-    auto release = [](VARNBgscanCachedResult* r) {
-        r->measurements.clear();
-        delete r;
-    };
-
+    cachedScan(100, 1)->scan_id = 8;
+    cachedScan(0, 0)->scan_id = 9;
     std::vector<wifi_cached_scan_results> out(3);
-    memset(out.data(), 0, out.size() * sizeof(out[0]));
-    varn_debug_level = 5;
+    varn_debug_level = 5;  // records are logged one by one at level 5 only
     varn_test::LogCapture log;
-    toWiFiCachedScanResults(2, out.data(), cached);
-    varn_debug_level = 3;
-
-    EXPECT_EQ(2832u, sizeof(wifi_cached_scan_results));
-    EXPECT_EQ(7, out[0].scan_id);
-    EXPECT_EQ(1, out[0].flags);
-    EXPECT_EQ(40, out[0].num_results);
-    EXPECT_EQ(31, out[0].results[31].bssid[5]);
-    EXPECT_STREQ("net31", out[0].results[31].ssid);
-    EXPECT_EQ(8, out[1].scan_id);  // not overwritten by measurements 32..39
-    EXPECT_EQ(1, out[1].num_results);
-    EXPECT_EQ(100, out[1].results[0].bssid[5]);
-    EXPECT_EQ(0, out[2].scan_id);  // max 2: the third cached scan is not passed
-    EXPECT_TRUE(
-            log.contains("toWiFiCachedScanResults: requested 2 results, got 3 results, "
-                         "passing 2 results"))
-            << log.dump();
-    EXPECT_TRUE(
-            log.contains("scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) "
-                         "ssid(net31)"));
+    toWiFiCachedScanResults(2, out.data(), cached_);
+    EXPECT_TRUE(log.contains("requested 2 results, got 3 results, passing 2 results"));
+    EXPECT_TRUE(log.contains(
+            "scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) ssid(net31)"));
     EXPECT_EQ(33u, log.count("scan_id(7) flags(1) num_results(40)"));  // 1 + 32 records
-    release(big);
-    release(small);
-    release(unused);
+    varn_debug_level = 4;
+    log.clear();
+    toWiFiCachedScanResults(2, out.data(), cached_);
+    EXPECT_EQ(1u, log.count("scan_id(7) flags(1) num_results(40)"));
+    EXPECT_EQ((std::vector<int>{7, 1, 40, 31, 8, 1, 100, 0}),
+              (std::vector<int>{out[0].scan_id, out[0].flags, out[0].num_results,
+                                out[0].results[31].bssid[5], out[1].scan_id, out[1].num_results,
+                                out[1].results[0].bssid[5], out[2].scan_id}));
+    EXPECT_STREQ("net31", out[0].results[31].ssid);
 }
 
 TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
@@ -167,51 +129,24 @@ TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
     // record, the rest run into the next scan or past the array.
     std::vector<uint8_t> ie;
     for (uint8_t b = 1; b <= 24; ++b) ie.push_back(b);
-    vel_loc_fw::vector<VARNBgscanCachedResult*> cached;
-    for (int k = 0; k < 2; ++k) {
-        auto* scan = new VARNBgscanCachedResult();
-        for (uint8_t i = 0; i < 32; ++i) {
-            scan->measurements.push_back(ap(i, 1, i == 31 ? ie : std::vector<uint8_t>()));
-        }
-        cached.push_back(scan);
-    }
+    cachedScan(0, 32, ie);
+    cachedScan(0, 32, ie);
     for (unsigned max : {1u, 2u}) {
         SCOPED_TRACE(max);
         // Exactly `max` records on the heap, so that a write past them is caught.
         auto* out = static_cast<wifi_cached_scan_results*>(
                 calloc(max, sizeof(wifi_cached_scan_results)));
-        toWiFiCachedScanResults(max, out, cached);
+        toWiFiCachedScanResults(max, out, cached_);
         const wifi_scan_result& last = out[max - 1].results[31];
         EXPECT_EQ(24u, last.ie_length);
         EXPECT_EQ(0, memcmp(last.ie_data, ie.data(), 8));
         if (max == 2) {
             // Scan 0's bytes 17..20 stay in the word scan 1 leaves unwritten.
-            const auto* scan1 = reinterpret_cast<const uint8_t*>(&out[1]);
-            EXPECT_EQ(0, memcmp(scan1 + 8, &ie[16], 4));
+            EXPECT_EQ(0, memcmp(reinterpret_cast<const uint8_t*>(&out[1]) + 8, &ie[16], 4));
             EXPECT_EQ(32, out[1].num_results);
         }
         free(out);
     }
-    for (VARNBgscanCachedResult* scan : cached) {
-        scan->measurements.clear();  // owned_ deletes them
-        delete scan;
-    }
-}
-
-TEST_F(ScanConversionTest, PerRecordCachedLogNeedsDebugLevelFive) {
-    auto* scan = new VARNBgscanCachedResult();
-    scan->measurements.push_back(ap(1, 1));
-    vel_loc_fw::vector<VARNBgscanCachedResult*> cached;
-    cached.push_back(scan);
-    wifi_cached_scan_results out{};
-    varn_debug_level = 4;
-    varn_test::LogCapture log;
-    toWiFiCachedScanResults(1, &out, cached);
-    varn_debug_level = 3;
-    EXPECT_FALSE(log.contains("bssid("));
-    EXPECT_TRUE(log.contains("scan_id(0) flags(0) num_results(1)"));
-    scan->measurements.clear();
-    delete scan;
 }
 
 TEST_F(ScanConversionTest, OverlongSsidEndsTheProcess) {
