@@ -2,6 +2,7 @@
 #include "platform/sim/world.h"
 
 #include <cmath>
+#include <numeric>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -33,9 +34,7 @@ Sample draw(const Scenario& s, const VARNPeriodicNodeInfo& n, int bursts) {
 }
 
 double mean(const std::vector<double>& x) {
-    double sum = 0;
-    for (double v : x) sum += v;
-    return sum / x.size();
+    return std::accumulate(x.begin(), x.end(), 0.0) / x.size();
 }
 
 double stdev(const std::vector<double>& x) {
@@ -50,7 +49,6 @@ Scenario quietWorld(double distance_m, eVARNBandwidth width) {
     s.frame_loss = 0;
     s.multipath = 0;
     AccessPoint a;
-    parseMac("02:00:00:00:00:01", &a.bssid);
     a.frequency = 5180;
     a.width = width;
     a.distance_m = distance_m;
