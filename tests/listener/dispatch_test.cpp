@@ -129,20 +129,15 @@ class DispatchTest : public listener_test::ListenerTest {
     }
 };
 
+// Ignored: no callback runs and the request stays open.
 TEST_F(DispatchTest, NullAndUnhandledResponses) {
-    varn_test::LogCapture log;
     listener_.responseReceived(nullptr);
-    EXPECT_TRUE(log.contains("responseReceived: invalid response: NULL pointer received"));
-
     ASSERT_EQ(0, addRttRequestHandler(5, 40, {onV1, onV2}));
-    log.clear();
     for (eVARNResponseType type : {VARN_RSP_CAPABILITY, VARN_RSP_CACHED_BGSCAN_RESULTS,
                                    VARN_RSP_BGSCAN_STOP, static_cast<eVARNResponseType>(99)}) {
         deliver(new VARNResponse(40, type, VARN_RSP_STATUS_SUCCESS));
     }
     EXPECT_EQ(0, g_seen.calls);
-    EXPECT_EQ(4u, log.count("responseReceived: varnReqid(40)"));
-    EXPECT_FALSE(log.contains("@responseReceived()")) << log.dump();
     EXPECT_EQ(5, getWiFiHalReqId(40));
 }
 
@@ -218,7 +213,6 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     // An empty full-result event reads element 0 of an empty vector: logged, dropped.
     deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT));
     EXPECT_EQ(3, g_seen.calls);
-    EXPECT_TRUE(log.contains("@responseReceived(): not a bgscan event"));
     EXPECT_TRUE(log.contains("index out of range"));
     EXPECT_TRUE(log.contains("@responseReceived(): clReqId(21), numResults(0)")) << log.dump();
     deliver(event(99, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT));  // no handler under id 99
@@ -230,7 +224,6 @@ TEST_F(DispatchTest, HotlistEvents) {
     RspHandlerRecord record{};
     record.hotlist = {onApFound, onApLost};
     ASSERT_EQ(0, addRspHandler(22, 61, VARN_REQ_HOTLIST_SET, record));
-    varn_test::LogCapture log;
     for (eVARNEventCode code : {VARN_AP_FOUND_EVT, VARN_AP_LOST_EVT, VARN_SIGNIFICANT_CHANGE_EVT}) {
         VARNScanEventResponse* rsp = event(61, VARN_RSP_HOTLIST_EVENT, code);
         // Element bytes running past the records: 300 from record 0, then 0,
@@ -240,7 +233,6 @@ TEST_F(DispatchTest, HotlistEvents) {
         rsp->getMeasurements().push_back(newAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
         deliver(rsp);
     }
-    EXPECT_TRUE(log.contains("@responseReceived(): not a hotlist event"));
     EXPECT_EQ(2, g_seen.calls);
     EXPECT_EQ(22, g_seen.id);
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
@@ -257,13 +249,11 @@ TEST_F(DispatchTest, SignificantChangeEvents) {
             event(62, VARN_RSP_SIGNIFICANT_CHANGE_EVENT, VARN_SIGNIFICANT_CHANGE_EVT);
     rsp->getMeasurements().push_back(newAp(1, {-60, -61, -65}));
     rsp->getMeasurements().push_back(newAp(2, {}));
-    varn_test::LogCapture log;
     deliver(rsp);
     EXPECT_EQ(1, g_seen.calls);
     EXPECT_EQ(23, g_seen.id);
     EXPECT_EQ(2u, g_seen.count);
     EXPECT_EQ((std::vector<std::vector<int>>{{-60, -61, -65}, {}}), g_seen.rssi_samples);
-    EXPECT_TRUE(log.contains("@responseReceived(): calling VARN_SIGNIFICANT_CHANGE_EVT cb"));
 }
 
 // No multipath or frame loss, so that the only error is the Gaussian noise of
