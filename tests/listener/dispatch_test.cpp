@@ -1,19 +1,10 @@
 // Response dispatch, driven by calling responseReceived with built responses.
-#include <gtest/gtest.h>
-#include <hardware_legacy/rtt.h>
 #include <varn_sim/simulator.h>
-#include <varn_wifihal.h>
-#include <varn_wifihal_results.h>
 
 #include <cmath>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
-#include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
-#include "log_capture.h"
-#include "wifihal/request_bookkeeping.h"
 
 namespace {
 

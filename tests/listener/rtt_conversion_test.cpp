@@ -1,18 +1,9 @@
 // Ranging result conversion: status tables, type, RSSI, rates, bandwidth,
 // distances, copies, the zero-RTT rule and the LCI/LCR elements.
-#include <gtest/gtest.h>
-#include <varn_wifihal.h>
-#include <varn_wifihal_results.h>
-
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
-#include <memory>
 
-#include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
-#include "log_capture.h"
-#include "wifihal/request_bookkeeping.h"
 
 namespace {
 

@@ -1,15 +1,8 @@
 // RTT statistics: expected figures worked out by hand from the platform's
 // integer / single-precision arithmetic.
-#include <gtest/gtest.h>
-#include <varn_wifihal.h>
-
 #include <deque>
-#include <memory>
-#include <vector>
 
-#include "listener/varn_client_listener_impl.h"
 #include "listener_test_support.h"
-#include "log_capture.h"
 
 namespace {
 

@@ -1,14 +1,7 @@
 // Background-scan conversions.
-#include <gtest/gtest.h>
-#include <loc_utils/loc_utils.h>
-#include <varn_wifihal_results.h>
-
 #include <cstring>
-#include <memory>
-#include <vector>
 
 #include "listener_test_support.h"
-#include "log_capture.h"
 
 namespace {
 
