@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <numeric>
 
 #include "listener_test_support.h"
 
@@ -13,8 +14,7 @@ using listener_test::newPeer;
 
 // What the HAL callbacks saw.
 struct Seen {
-    int calls = 0;
-    int id = 0;
+    int calls = 0, id = 0;
     unsigned count = 0;
     std::vector<int64_t> rtts;
     std::vector<wifi_rtt_result_v2> v2;  // LCI/LCR pointers cleared
@@ -85,10 +85,7 @@ void onSignificantChange(wifi_request_id id, unsigned n, wifi_significant_change
 
 class DispatchTest : public listener_test::ListenerTest {
   protected:
-    void SetUp() override {
-        ListenerTest::SetUp();
-        g_seen = Seen();
-    }
+    DispatchTest() { g_seen = Seen(); }
     void TearDown() override {
         listener_test::stopHal();
         ListenerTest::TearDown();
@@ -115,8 +112,7 @@ class DispatchTest : public listener_test::ListenerTest {
     }
 
     void deliver(VARNResponse* rsp) {
-        listener_.responseReceived(rsp);
-        delete rsp;
+        listener_.responseReceived(std::unique_ptr<VARNResponse>(rsp).get());
     }
 };
 
@@ -153,7 +149,6 @@ TEST_F(DispatchTest, RangingResults) {
             {10, {nullptr, onV2}, true, 0, 1, kCalled, true, {}},
             {11, {onV1, onV2}, false, 3, 0, "got a rsp but NULL handler...drop the rsp", true, {}},
             {-1, {onV1, onV2}, true, 3, 0, kNoId, false, {}},
-            {-1, {onV1, nullptr}, true, 3, 0, kNoId, false, {}},
             {12, {nullptr, nullptr}, true, 3, 0, "Rtt result callbacks are NULL", true, {}},
     };
     ASSERT_EQ(0, addRttRequestHandler(8, 42, {onV1, onV2}));  // untouched throughout
@@ -189,8 +184,8 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     EXPECT_EQ(21, g_seen.id);
 
     // A full result with 20 element bytes, more than fit the record's tail.
-    std::vector<uint8_t> ie;
-    for (uint8_t b = 0; b < 20; ++b) ie.push_back(static_cast<uint8_t>(0xc0 + b));
+    std::vector<uint8_t> ie(20);
+    std::iota(ie.begin(), ie.end(), 0xc0);
     VARNScanEventResponse* full = event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT);
     full->getMeasurements().push_back(newAp(3, {-60}, ie));
     deliver(full);
