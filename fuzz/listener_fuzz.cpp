@@ -2,15 +2,12 @@
 // every kind, which read all they are handed, and converts arbitrary cached scans
 // into a HAL array of exactly the requested size.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 #include <vel_loc_fw/log_util.h>
 
-#include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "listener/varn_client_listener_impl.h"
@@ -35,10 +32,7 @@ void takeRttResult(wifi_rtt_result& r, bool release_elements) {
     for (wifi_information_element** element : {&r.LCI, &r.LCR}) {
         if (*element == nullptr) continue;
         consume((*element)->data, (*element)->len);
-        if (release_elements) {
-            free(*element);
-            *element = nullptr;
-        }
+        if (release_elements) free(*element);
     }
 }
 
@@ -181,7 +175,6 @@ void convertCached(FuzzedDataProvider& in) {
     const unsigned max = in.ConsumeIntegralInRange<unsigned>(1, 4);
     auto* out =
             static_cast<wifi_cached_scan_results*>(calloc(max, sizeof(wifi_cached_scan_results)));
-    if (out == nullptr) return;
     toWiFiCachedScanResults(max, out, rsp.getCachedResults());
     consume(out, max * sizeof(wifi_cached_scan_results));
     free(out);
