@@ -17,11 +17,12 @@ struct Seen {
     int calls = 0, id = 0;
     unsigned count = 0;
     std::vector<int64_t> rtts;
-    std::vector<wifi_rtt_result_v2> v2;  // LCI/LCR pointers cleared
+    std::vector<wifi_rtt_result_v2> v2;  // LCI/LCR not to be read
     std::vector<int> events;
     std::vector<std::string> ssids;
     std::vector<std::vector<int>> rssi_samples;
     std::vector<uint8_t> ie;  // the last element bytes seen
+    std::vector<int> head() const { return {calls, id, static_cast<int>(count)}; }
 };
 Seen g_seen;
 
@@ -39,14 +40,12 @@ void takeRtt(wifi_rtt_result& r, unsigned index) {
     if (index == 0) return;
     free(r.LCI);
     free(r.LCR);
-    r.LCI = r.LCR = nullptr;
 }
 void onV2(wifi_request_id id, unsigned n, wifi_rtt_result_v2* results[]) {
     seen(id, n);
     for (unsigned i = 0; i < n; ++i) {
         takeRtt(results[i]->rtt_result, i);
         g_seen.v2.push_back(*results[i]);
-        g_seen.v2.back().rtt_result.LCI = g_seen.v2.back().rtt_result.LCR = nullptr;
     }
 }
 void onV1(wifi_request_id id, unsigned n, wifi_rtt_result* results[]) {
@@ -165,8 +164,7 @@ TEST_F(DispatchTest, RangingResults) {
         wifi_rtt_event_handler out{};
         EXPECT_EQ(c.retired ? -1 : 0, getRttHandler(varn_id, &out));
         if (c.calls == 0) continue;
-        EXPECT_EQ(c.hal_id, g_seen.id);
-        EXPECT_EQ(static_cast<unsigned>(c.peers), g_seen.count);
+        EXPECT_EQ((std::vector<int>{1, c.hal_id, c.peers}), g_seen.head());
         EXPECT_EQ(std::vector<int64_t>(c.rtts), g_seen.rtts);
         EXPECT_EQ(c.peers > 0, g_seen.ie == std::vector<uint8_t>({0x11, 0x22}));
     }
@@ -189,8 +187,7 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     VARNScanEventResponse* full = event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT);
     full->getMeasurements().push_back(newAp(3, {-60}, ie));
     deliver(full);
-    EXPECT_EQ(3, g_seen.calls);
-    EXPECT_EQ(0u, g_seen.count);
+    EXPECT_EQ((std::vector<int>{3, 21, 0}), g_seen.head());
     EXPECT_EQ(std::vector<std::string>{"net3"}, g_seen.ssids);
     EXPECT_EQ(ie, g_seen.ie);
 
@@ -219,8 +216,7 @@ TEST_F(DispatchTest, HotlistEvents) {
         rsp->getMeasurements().push_back(newAp(3, {-72}, std::vector<uint8_t>(250, 0xab)));
         deliver(rsp);
     }
-    EXPECT_EQ(2, g_seen.calls);
-    EXPECT_EQ(22, g_seen.id);
+    EXPECT_EQ((std::vector<int>{2, 22, 3}), g_seen.head());
     EXPECT_EQ((std::vector<int>{4, 5}), g_seen.events);
     EXPECT_EQ((std::vector<std::string>{"net1", "net2", "net3", "net1", "net2", "net3"}),
               g_seen.ssids);
@@ -236,9 +232,7 @@ TEST_F(DispatchTest, SignificantChangeEvents) {
     rsp->getMeasurements().push_back(newAp(1, {-60, -61, -65}));
     rsp->getMeasurements().push_back(newAp(2, {}));
     deliver(rsp);
-    EXPECT_EQ(1, g_seen.calls);
-    EXPECT_EQ(23, g_seen.id);
-    EXPECT_EQ(2u, g_seen.count);
+    EXPECT_EQ((std::vector<int>{1, 23, 2}), g_seen.head());
     EXPECT_EQ((std::vector<std::vector<int>>{{-60, -61, -65}, {}}), g_seen.rssi_samples);
 }
 
@@ -271,8 +265,7 @@ TEST_F(DispatchTest, RangingThroughTheSimulatedService) {
     ASSERT_EQ(WIFI_SUCCESS, varn_wifihal_rtt_range_request(77, nullptr, 4, configs, {onV1, onV2}));
     const uint32_t varn_id = req_id;
     ASSERT_TRUE(varn_sim::Simulator::instance().waitUntilDelivered());
-    EXPECT_EQ(1, g_seen.calls);
-    EXPECT_EQ(77, g_seen.id);
+    EXPECT_EQ((std::vector<int>{1, 77, 4}), g_seen.head());
     EXPECT_EQ((std::vector<uint8_t>{0x00, 0x10, 0x52, 0x83, 0x43}), g_seen.ie);  // result 0's LCI
     ASSERT_EQ(4u, g_seen.v2.size());
     const struct {
