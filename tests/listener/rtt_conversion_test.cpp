@@ -104,14 +104,15 @@ TEST_F(RttConversionTest, RatesKeepThreeBitsOfTheBandwidth) {
     }
 }
 
+// The average of the frames' 20/40/80/160 MHz: 30 is still 20 MHz, 120 still 80;
+// unknown codes count 0 MHz: above 0 up to 7 is 5 MHz, 0 or up to 15 the 10 MHz bit.
 TEST_F(RttConversionTest, PacketBandwidth) {
     const std::pair<std::vector<uint8_t>, wifi_rtt_bw> cases[] = {
-            {{0, 0}, WIFI_RTT_BW_20},      {{1}, WIFI_RTT_BW_40},    {{2, 2, 1}, WIFI_RTT_BW_80},
-            {{3}, WIFI_RTT_BW_160},        {{0, 1}, WIFI_RTT_BW_20},  // avg 30 is still 20 MHz
-            {{2, 3}, WIFI_RTT_BW_80},                                 // avg 120 is still 80 MHz
-            {{9, 9}, WIFI_RTT_BW_10},       // unknown codes average 0: the 10 MHz bit
-            {{9, 9, 9, 0}, WIFI_RTT_BW_5},  // avg 5
-            {{9, 0}, WIFI_RTT_BW_10},       // avg 10
+            {{0, 0}, WIFI_RTT_BW_20},      {{1}, WIFI_RTT_BW_40},
+            {{2, 2, 1}, WIFI_RTT_BW_80},   {{3}, WIFI_RTT_BW_160},
+            {{0, 1}, WIFI_RTT_BW_20},      {{2, 3}, WIFI_RTT_BW_80},
+            {{9, 9}, WIFI_RTT_BW_10},      {{9, 9, 9, 0}, WIFI_RTT_BW_5},
+            {{9, 0}, WIFI_RTT_BW_10},      {{9, 0, 0, 0}, WIFI_RTT_BW_10},
             {{}, WIFI_RTT_BW_UNSPECIFIED},
     };
     for (const auto& c : cases) {

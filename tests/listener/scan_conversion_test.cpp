@@ -7,10 +7,9 @@ namespace {
 
 class ScanConversionTest : public listener_test::ListenerTest {
   protected:
-    // An AP with `infos` observations (RSSI -50, -51, ...) and `ie` bytes.
-    VARNScanMeasurement* ap(uint8_t last_byte, int infos, std::vector<uint8_t> ie = {}) {
-        std::vector<int16_t> rssi;
-        for (int k = 0; k < infos; ++k) rssi.push_back(static_cast<int16_t>(-50 - k));
+    // listener_test::newAp, deleted after the test.
+    VARNScanMeasurement* ap(uint8_t last_byte, std::vector<int16_t> rssi,
+                            std::vector<uint8_t> ie = {}) {
         owned_.emplace_back(listener_test::newAp(last_byte, rssi, ie));
         return owned_.back().get();
     }
@@ -40,9 +39,9 @@ TEST_F(ScanConversionTest, ScanEventCode) {
 
 TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
     vel_loc_fw::vector<VARNScanMeasurement*> meas;
-    meas.push_back(ap(1, 1));
-    meas.push_back(ap(2, 2));  // two observations: rssi, rtt, rtt_sd and ts untouched
-    meas.push_back(ap(3, 0));  // none: likewise
+    meas.push_back(ap(1, {-50}));
+    meas.push_back(ap(2, {-50, -51}));  // two observations: rssi, rtt, rtt_sd and ts untouched
+    meas.push_back(ap(3, {}));          // none: likewise
     wifi_scan_result out[4];
     memset(out, 0x5a, sizeof(out));
     varn_test::LogCapture log;
@@ -73,8 +72,8 @@ TEST_F(ScanConversionTest, RecordsKeepTheFixedStride) {
     std::vector<uint8_t> ie0;
     for (uint8_t b = 1; b <= 12; ++b) ie0.push_back(b);
     vel_loc_fw::vector<VARNScanMeasurement*> meas;
-    meas.push_back(ap(1, 1, ie0));
-    meas.push_back(ap(2, 1, {0xee}));
+    meas.push_back(ap(1, {-50}, ie0));
+    meas.push_back(ap(2, {-50}, {0xee}));
     alignas(8) unsigned char buffer[2 * 88 + 16] = {};
     auto* out = reinterpret_cast<wifi_scan_result*>(buffer);
     toWiFiScanResult(2, out, meas);
@@ -136,7 +135,7 @@ TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
 }
 
 TEST_F(ScanConversionTest, OverlongSsidEndsTheProcess) {
-    VARNScanMeasurement* meas = ap(1, 1);
+    VARNScanMeasurement* meas = ap(1, {-50});
     const char long_ssid[33] = "0123456789abcdef0123456789abcdef";
     meas->ssid.setSSID(long_ssid, 33);
     vel_loc_fw::vector<VARNScanMeasurement*> list;
