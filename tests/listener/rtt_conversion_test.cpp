@@ -1,5 +1,4 @@
-// Ranging result conversion: status tables, type, RSSI, rates, bandwidth,
-// distances, copies, the zero-RTT rule and the LCI/LCR elements.
+// Ranging result conversion, field by field and as a whole.
 #include <cstdlib>
 #include <ctime>
 #include <tuple>
