@@ -177,7 +177,9 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     ASSERT_EQ(0, addRspHandler(21, 60, VARN_REQ_BGSCAN_START, record));
     deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT, VARN_BGSCAN_BUFFER_THRESHOLD));
     deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT, VARN_BGSCAN_SCAN_COMPLETE));
-    EXPECT_EQ((std::vector<int>{WIFI_SCAN_THRESHOLD_PERCENT, WIFI_SCAN_RESULTS_AVAILABLE}),
+    deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT, static_cast<eVARNBgScanEvent>(7)));
+    EXPECT_EQ((std::vector<int>{WIFI_SCAN_THRESHOLD_PERCENT, WIFI_SCAN_RESULTS_AVAILABLE,
+                                WIFI_SCAN_RESULTS_AVAILABLE}),
               g_seen.events);
     EXPECT_EQ(21, g_seen.id);
 
@@ -187,7 +189,7 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     VARNScanEventResponse* full = event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT);
     full->getMeasurements().push_back(newAp(3, {-60}, ie));
     deliver(full);
-    EXPECT_EQ((std::vector<int>{3, 21, 0}), g_seen.head());
+    EXPECT_EQ((std::vector<int>{4, 21, 0}), g_seen.head());
     EXPECT_EQ(std::vector<std::string>{"net3"}, g_seen.ssids);
     EXPECT_EQ(ie, g_seen.ie);
 
@@ -195,11 +197,11 @@ TEST_F(DispatchTest, BackgroundScanEvents) {
     deliver(event(60, VARN_RSP_BGSCAN, VARN_NO_EVT));
     // An empty full-result event reads element 0 of an empty vector: logged, dropped.
     deliver(event(60, VARN_RSP_BGSCAN, VARN_ON_FULL_SCAN_RESULT_EVT));
-    EXPECT_EQ(3, g_seen.calls);
+    EXPECT_EQ(4, g_seen.calls);
     EXPECT_TRUE(log.contains("index out of range"));
     deliver(event(99, VARN_RSP_BGSCAN, VARN_ON_SCAN_EVT));  // no handler under id 99
     EXPECT_TRUE(log.contains("@responseReceived(): clReqId(-1), numResults(0)")) << log.dump();
-    EXPECT_EQ(3, g_seen.calls);
+    EXPECT_EQ(4, g_seen.calls);
 }
 
 TEST_F(DispatchTest, HotlistEvents) {

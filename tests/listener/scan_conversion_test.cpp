@@ -32,11 +32,6 @@ class ScanConversionTest : public listener_test::ListenerTest {
     vel_loc_fw::vector<VARNBgscanCachedResult*> cached_;
 };
 
-TEST_F(ScanConversionTest, ScanEventCode) {
-    for (int code : {0, 1, 7})
-        EXPECT_EQ(code == 0 ? 2 : 0, toWifiScanEvent(eVARNBgScanEvent(code)));
-}
-
 TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
     vel_loc_fw::vector<VARNScanMeasurement*> meas;
     meas.push_back(ap(1, {-50}));
