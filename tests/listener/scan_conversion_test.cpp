@@ -27,7 +27,7 @@ class ScanConversionTest : public listener_test::ListenerTest {
         for (VARNBgscanCachedResult* scan : cached_) delete scan;
         ListenerTest::TearDown();
     }
-    const std::vector<uint8_t> ie_none_;
+    std::vector<uint8_t> ie_none_;  // stays empty
     std::vector<std::unique_ptr<VARNScanMeasurement>> owned_;
     vel_loc_fw::vector<VARNBgscanCachedResult*> cached_;
 };
