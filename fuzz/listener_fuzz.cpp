@@ -1,18 +1,13 @@
-// Delivers arbitrary service responses (ranging, background-scan, hotlist,
-// significant-change and others) through the listener with HAL callbacks of
-// every kind registered, random statistics settings and bandwidth cache, and
-// converts arbitrary cached scans into a HAL array of exactly the requested
-// size. The callbacks read all they are handed; the sanitizers catch the rest.
+// Delivers arbitrary service responses through the listener to HAL callbacks of
+// every kind, which read all they are handed, and converts arbitrary cached scans
+// into a HAL array of exactly the requested size.
 #include <fuzzer/FuzzedDataProvider.h>
-#include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 #include <vel_loc_fw/log_util.h>
 
-#include <cstdarg>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "listener/varn_client_listener_impl.h"
@@ -37,10 +32,7 @@ void takeRttResult(wifi_rtt_result& r, bool release_elements) {
     for (wifi_information_element** element : {&r.LCI, &r.LCR}) {
         if (*element == nullptr) continue;
         consume((*element)->data, (*element)->len);
-        if (release_elements) {
-            free(*element);
-            *element = nullptr;
-        }
+        if (release_elements) free(*element);
     }
 }
 
@@ -60,9 +52,7 @@ void takeScanResult(const wifi_scan_result& r) {
     consume(r.ie_data, r.ie_length);
 }
 
-void onFullScanResult(wifi_request_id, wifi_scan_result* result, unsigned) {
-    takeScanResult(*result);
-}
+void onFullScanResult(wifi_request_id, wifi_scan_result* r, unsigned) { takeScanResult(*r); }
 
 void onScanEvent(wifi_request_id, wifi_scan_event event) { g_sink = g_sink + event; }
 
@@ -83,32 +73,25 @@ VARNMacAddress address(FuzzedDataProvider& in) {
     return VARNMacAddress(bytes);
 }
 
-void fillRate(FuzzedDataProvider& in, VARNRateInfo& rate) {
-    rate.bit_rate = in.ConsumeIntegral<uint32_t>();
-    rate.preamble = in.ConsumeIntegral<uint8_t>();
-    rate.spatial_streams = in.ConsumeIntegral<uint8_t>();
-    // Mostly known codes and the first unknown ones; sometimes any.
-    rate.bandwidth = in.ConsumeBool() ? in.ConsumeIntegralInRange<uint8_t>(0, 5)
-                                      : in.ConsumeIntegral<uint8_t>();
-    rate.mcs_index = in.ConsumeIntegral<uint8_t>();
-    rate.num_chains = in.ConsumeIntegral<uint8_t>();
+// Bandwidth: mostly known codes and the first unknown ones; sometimes any.
+VARNRateInfo rate(FuzzedDataProvider& in) {
+    return {in.ConsumeIntegral<uint32_t>(),
+            in.ConsumeIntegral<uint8_t>(),
+            in.ConsumeIntegral<uint8_t>(),
+            in.ConsumeBool() ? in.ConsumeIntegralInRange<uint8_t>(0, 5)
+                             : in.ConsumeIntegral<uint8_t>(),
+            in.ConsumeIntegral<uint8_t>(),
+            in.ConsumeIntegral<uint8_t>()};
 }
 
-// A measurement as the service may report it: any codes and lengths, up to
-// 70 frames (more than one inline frame list holds), elements of any length
-// and up to 700 information-element bytes.
+// Any codes and lengths, up to 70 frames (more than an inline frame list holds)
+// and 700 information-element bytes.
 VARNScanMeasurement* measurement(FuzzedDataProvider& in) {
     auto* m = new VARNScanMeasurement();
     m->bssid = address(in);
     m->frequency = in.ConsumeIntegral<uint32_t>();
     m->rtt_type = static_cast<eVARNRttType>(in.ConsumeIntegralInRange<int32_t>(-1, 3));
     m->target_status = static_cast<eVARNTargetStatus>(in.ConsumeIntegral<int32_t>());
-    m->burst_number = in.ConsumeIntegral<uint32_t>();
-    m->measurements_attempted = in.ConsumeIntegral<uint32_t>();
-    m->frames_per_burst_peer = in.ConsumeIntegral<uint8_t>();
-    m->retry_after_duration = in.ConsumeIntegral<uint8_t>();
-    m->burst_duration = in.ConsumeIntegral<uint32_t>();
-    m->negotiated_burst_num = in.ConsumeIntegral<uint32_t>();
     for (auto set : {&VARNScanMeasurement::setLci, &VARNScanMeasurement::setLcr}) {
         if (!in.ConsumeBool()) continue;
         const std::vector<uint8_t> data = in.ConsumeBytes<uint8_t>(in.ConsumeIntegral<uint8_t>());
@@ -120,9 +103,7 @@ VARNScanMeasurement* measurement(FuzzedDataProvider& in) {
     m->ssid.setSSID(ssid, static_cast<uint32_t>(ssid_length));
     const uint32_t ie_length = in.ConsumeIntegralInRange<uint32_t>(0, 700);
     const uint8_t ie_byte = in.ConsumeIntegral<uint8_t>();
-    for (uint32_t k = 0; k < ie_length; ++k) {
-        m->ie_data.push_back(static_cast<uint8_t>(ie_byte + k));
-    }
+    for (uint32_t k = 0; k < ie_length; ++k) m->ie_data.push_back(uint8_t(ie_byte + k));
 
     const uint32_t frames = in.ConsumeIntegralInRange<uint32_t>(0, 70);
     // Either distinct frames or copies of one, which reach the outlier paths cheaply.
@@ -133,8 +114,8 @@ VARNScanMeasurement* measurement(FuzzedDataProvider& in) {
             frame.rtt_ps = in.ConsumeIntegral<int32_t>();
             frame.rssi = in.ConsumeIntegral<int16_t>();
             frame.rssi_timestamp = in.ConsumeIntegral<uint64_t>();
-            fillRate(in, frame.tx_rate);
-            fillRate(in, frame.rx_rate);
+            frame.tx_rate = rate(in);
+            frame.rx_rate = rate(in);
             frame.tx_chain_index = in.ConsumeIntegralInRange<uint8_t>(0, 2);
             frame.rx_chain_index = in.ConsumeIntegralInRange<uint8_t>(0, 2);
         }
@@ -168,17 +149,15 @@ void registerHandlers(FuzzedDataProvider& in) {
     for (int i = 0; i < scans; ++i) {
         static const eVARNRequestType kTypes[] = {VARN_REQ_BGSCAN_START, VARN_REQ_HOTLIST_SET,
                                                   VARN_REQ_SIGNIFICANT_CHANGE_SET};
-        const eVARNRequestType type = kTypes[in.ConsumeIntegralInRange<int>(0, 2)];
+        const int kind = in.ConsumeIntegralInRange<int>(0, 2);
         RspHandlerRecord record{};
-        if (type == VARN_REQ_BGSCAN_START) {
-            record.scan = {onFullScanResult, onScanEvent};
-        } else if (type == VARN_REQ_HOTLIST_SET) {
-            record.hotlist = {onHotlist, onHotlist};
-        } else {
-            record.significant_change = {onSignificantChange};
+        switch (kind) {
+            case 0: record.scan = {onFullScanResult, onScanEvent}; break;
+            case 1: record.hotlist = {onHotlist, onHotlist}; break;
+            default: record.significant_change = {onSignificantChange}; break;
         }
         const uint32_t id = in.ConsumeIntegralInRange<uint32_t>(1, 6);  // read before the HAL id
-        addRspHandler(in.ConsumeIntegral<int32_t>(), id, type, record);
+        addRspHandler(in.ConsumeIntegral<int32_t>(), id, kTypes[kind], record);
     }
 }
 
@@ -196,7 +175,6 @@ void convertCached(FuzzedDataProvider& in) {
     const unsigned max = in.ConsumeIntegralInRange<unsigned>(1, 4);
     auto* out =
             static_cast<wifi_cached_scan_results*>(calloc(max, sizeof(wifi_cached_scan_results)));
-    if (out == nullptr) return;
     toWiFiCachedScanResults(max, out, rsp.getCachedResults());
     consume(out, max * sizeof(wifi_cached_scan_results));
     free(out);

@@ -2,11 +2,6 @@
 
 #include <loc_utils/loc_utils.h>
 #include <varn_sim/simulator.h>
-#include <varn_wifihal.h>
-
-#include <string>
-
-#include "wifihal/request_bookkeeping.h"
 
 namespace listener_test {
 

@@ -1,16 +1,22 @@
-// Builders and fixtures shared by the listener tests.
+// Builders, fixtures and the headers every listener test uses.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <hardware_legacy/rtt.h>
 #include <varn_client/VARNClient.h>
+#include <varn_wifihal.h>
+#include <varn_wifihal_results.h>
 #include <vel_loc_fw/log_util.h>
 
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
+#include <string>
 #include <vector>
 
 #include "listener/varn_client_listener_impl.h"
+#include "log_capture.h"
+#include "wifihal/request_bookkeeping.h"
 
 namespace listener_test {
 
@@ -22,14 +28,12 @@ struct Frame {
     uint8_t bw = VARN_BW_20MHZ;  // both directions; legacy preamble
 };
 
-// A measurement of peer `last_byte` (BSSID 02:00:00:00:00:<last_byte>) with
-// the given frames; the caller owns it.
+// Peer 02:00:00:00:00:<last_byte> on 5180 MHz with the given frames; the caller owns it.
 VARNScanMeasurement* newPeer(uint8_t last_byte, std::initializer_list<Frame> frames,
                              eVARNRttType type = VARN_RTT_TYPE_2_SIDED);
 
-// A scanned AP a0:00:00:00:00:<last_byte> on 2412 + last_byte MHz named
-// "net<last_byte>", one observation per RSSI value (time stamp 1000 +
-// last_byte) and the `ie` bytes; the caller owns it.
+// AP a0:00:00:00:00:<last_byte> "net<last_byte>" on 2412 + last_byte MHz, one
+// observation per RSSI value (time stamp 1000 + last_byte); the caller owns it.
 VARNScanMeasurement* newAp(uint8_t last_byte, std::vector<int16_t> rssi,
                            std::vector<uint8_t> ie = {});
 
@@ -42,8 +46,7 @@ wifi_rtt_config rttConfig(uint8_t last, wifi_rtt_type type, int freq, int center
 void startHal(const char* scenario);
 void stopHal();
 
-// Clears the listener statistics globals, the debug level and the bookkeeping
-// before and after each test, which logs at verbose level.
+// Resets the listener globals and the bookkeeping around each test (logging verbose).
 class ListenerTest : public ::testing::Test {
   protected:
     void SetUp() override { reset(vel_loc_fw::EL_VERBOSE); }

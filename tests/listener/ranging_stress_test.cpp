@@ -1,15 +1,10 @@
 // Concurrency: HAL threads send ranging requests while the service thread
 // answers them through the listener. Meant for the ThreadSanitizer build.
-#include <gtest/gtest.h>
-#include <hardware_legacy/rtt.h>
 #include <varn_sim/simulator.h>
-#include <varn_wifihal.h>
-#include <vel_loc_fw/log_util.h>
 
 #include <atomic>
 
 #include "listener_test_support.h"
-#include "log_capture.h"
 #include "stress_support.h"
 
 namespace {

@@ -1,59 +1,42 @@
-// Background-scan conversions: the exactly-one-info rule, the fixed record
-// strides, the caps and the fatal over-long SSID.
-#include <gtest/gtest.h>
-#include <loc_utils/loc_utils.h>
-#include <varn_wifihal_results.h>
-
+// Background-scan conversions.
 #include <cstring>
-#include <vector>
 
 #include "listener_test_support.h"
-#include "log_capture.h"
 
 namespace {
 
 class ScanConversionTest : public listener_test::ListenerTest {
   protected:
-    // An AP with `infos` observations (RSSI -50, -51, ...) and `ie` bytes.
-    VARNScanMeasurement* ap(uint8_t last_byte, int infos, std::vector<uint8_t> ie = {}) {
-        std::vector<int16_t> rssi;
-        for (int k = 0; k < infos; ++k) rssi.push_back(static_cast<int16_t>(-50 - k));
-        owned_.push_back(listener_test::newAp(last_byte, rssi, ie));
-        return owned_.back();
+    // listener_test::newAp, deleted after the test.
+    VARNScanMeasurement* ap(uint8_t last_byte, std::vector<int16_t> rssi,
+                            std::vector<uint8_t> ie = {}) {
+        owned_.emplace_back(listener_test::newAp(last_byte, rssi, ie));
+        return owned_.back().get();
     }
     // A cached scan of APs first..first+count-1; the last one carries `ie`.
     VARNBgscanCachedResult* cachedScan(uint8_t first, uint8_t count, std::vector<uint8_t> ie = {}) {
         auto* scan = new VARNBgscanCachedResult();
         for (uint8_t i = 0; i < count; ++i) {
             scan->measurements.push_back(
-                    ap(first + i, 1, i + 1 == count ? ie : std::vector<uint8_t>()));
+                    listener_test::newAp(first + i, {-50}, i + 1 == count ? ie : ie_none_));
         }
         cached_.push_back(scan);
         return scan;
     }
     void TearDown() override {
-        for (VARNBgscanCachedResult* scan : cached_) {
-            scan->measurements.clear();  // owned_ deletes them
-            delete scan;
-        }
-        for (VARNScanMeasurement* meas : owned_) delete meas;
+        for (VARNBgscanCachedResult* scan : cached_) delete scan;
         ListenerTest::TearDown();
     }
-    std::vector<VARNScanMeasurement*> owned_;
+    std::vector<uint8_t> ie_none_;  // stays empty
+    std::vector<std::unique_ptr<VARNScanMeasurement>> owned_;
     vel_loc_fw::vector<VARNBgscanCachedResult*> cached_;
 };
 
-TEST_F(ScanConversionTest, ScanEventCode) {
-    EXPECT_EQ(2, toWifiScanEvent(static_cast<eVARNBgScanEvent>(0)));
-    EXPECT_EQ(0, toWifiScanEvent(static_cast<eVARNBgScanEvent>(1)));
-    EXPECT_EQ(0, toWifiScanEvent(static_cast<eVARNBgScanEvent>(7)));
-}
-
 TEST_F(ScanConversionTest, ConvertsFieldsAndAppliesTheExactlyOneInfoRule) {
     vel_loc_fw::vector<VARNScanMeasurement*> meas;
-    meas.push_back(ap(1, 1));
-    meas.push_back(ap(2, 2));  // two observations: rssi, rtt, rtt_sd and ts untouched
-    meas.push_back(ap(3, 0));  // none: likewise
+    meas.push_back(ap(1, {-50}));
+    meas.push_back(ap(2, {-50, -51}));  // two observations: rssi, rtt, rtt_sd and ts untouched
+    meas.push_back(ap(3, {}));          // none: likewise
     wifi_scan_result out[4];
     memset(out, 0x5a, sizeof(out));
     varn_test::LogCapture log;
@@ -84,8 +67,8 @@ TEST_F(ScanConversionTest, RecordsKeepTheFixedStride) {
     std::vector<uint8_t> ie0;
     for (uint8_t b = 1; b <= 12; ++b) ie0.push_back(b);
     vel_loc_fw::vector<VARNScanMeasurement*> meas;
-    meas.push_back(ap(1, 1, ie0));
-    meas.push_back(ap(2, 1, {0xee}));
+    meas.push_back(ap(1, {-50}, ie0));
+    meas.push_back(ap(2, {-50}, {0xee}));
     alignas(8) unsigned char buffer[2 * 88 + 16] = {};
     auto* out = reinterpret_cast<wifi_scan_result*>(buffer);
     toWiFiScanResult(2, out, meas);
@@ -109,9 +92,6 @@ TEST_F(ScanConversionTest, CachedScansKeepTheUncappedCount) {
     varn_debug_level = 5;  // records are logged one by one at level 5 only
     varn_test::LogCapture log;
     toWiFiCachedScanResults(2, out.data(), cached_);
-    EXPECT_TRUE(log.contains("requested 2 results, got 3 results, passing 2 results"));
-    EXPECT_TRUE(log.contains(
-            "scan_id(7) flags(1) num_results(40) bssid(a0:00:00:00:00:1f) ssid(net31)"));
     EXPECT_EQ(33u, log.count("scan_id(7) flags(1) num_results(40)"));  // 1 + 32 records
     varn_debug_level = 4;
     log.clear();
@@ -150,7 +130,7 @@ TEST_F(ScanConversionTest, CachedElementBytesStopAtTheEndOfTheCallersArray) {
 }
 
 TEST_F(ScanConversionTest, OverlongSsidEndsTheProcess) {
-    VARNScanMeasurement* meas = ap(1, 1);
+    VARNScanMeasurement* meas = ap(1, {-50});
     const char long_ssid[33] = "0123456789abcdef0123456789abcdef";
     meas->ssid.setSSID(long_ssid, 33);
     vel_loc_fw::vector<VARNScanMeasurement*> list;
