@@ -1,8 +1,11 @@
 // Ranging result conversion, field by field and as a whole.
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <tuple>
 
+#include "listener/listener_internal.h"
 #include "listener_test_support.h"
 
 namespace {
@@ -79,6 +82,13 @@ TEST_F(RttConversionTest, RssiMetrics) {
         VARNClientListenerImpl::computeRssiMetrics(&result, peer.get());
         EXPECT_EQ(-2 * c.avg, result.rtt_result.rssi);
         EXPECT_EQ(c.spread, result.rtt_result.rssi_spread);
+    }
+    // The amplitudes come from a table: every level a frame can carry, and
+    // every difference of two, must give pow's own bits.
+    for (int32_t rssi = 2 * INT16_MIN; rssi <= 2 * INT16_MAX + 1; ++rssi) {
+        const double expected = pow(10.0, rssi / 20.0);
+        const double got = varn_listener::rssiAmplitude(rssi);
+        ASSERT_EQ(memcmp(&got, &expected, sizeof got), 0) << rssi << ": " << got;
     }
 }
 
