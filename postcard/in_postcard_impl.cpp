@@ -251,91 +251,63 @@ struct WalkEnd {
     unsigned short skip_type = 0;  // and for which type
 };
 
-// Where a walk starts or goes on: a record's offset, the fields passed over
-// and the matches among them.
-struct WalkFrom {
-    uint64_t pos;
-    int fields;
-    int matches;
-};
-
-// A record whose head lies wholly inside the buffer.
-struct WholeRecord {
-    uint64_t type = 0;
-    uint64_t name_length = 0;  // as stored: with the terminating zero
-    uint64_t value_at = 0;
-    uint64_t next = 0;  // the next record, or 0 when the value does not lie wholly inside
-};
-
-inline void read_head(const uint8_t* bytes, uint64_t pos, uint64_t* type, uint64_t* name_length) {
-    uint32_t head = 0;
-    memcpy(&head, bytes + pos, sizeof(head));
-    *type = kLittleEndian ? head & 0xffff : head >> 16;
-    *name_length = kLittleEndian ? head >> 16 : head & 0xffff;
-}
-
-// The common case in one step: fills `*record` and returns true when the
-// record at `pos` (<= size) has a non-empty name and its head inside the
-// buffer. Any other record is read piece by piece by the walk, which reports
-// the piece that is wrong.
-bool whole_record(const uint8_t* bytes, uint64_t size, uint64_t pos, WholeRecord* record) {
-    if (size - pos < 2 * sizeof(uint16_t)) return false;
-    read_head(bytes, pos, &record->type, &record->name_length);
-    record->value_at = pos + 2 * sizeof(uint16_t) + record->name_length;
-    if (record->name_length == 0 || record->value_at > size) return false;
-    const ValueLayout layout = layout_of(static_cast<unsigned short>(record->type));
-    uint64_t next = 0;
-    if (layout == kTextLength || layout == kBlobLength) {
-        uint32_t length = 0;
-        if (size - record->value_at >= sizeof(length)) {
-            memcpy(&length, bytes + record->value_at, sizeof(length));
-            if (length != 0) next = record->value_at + sizeof(length) + length;
-        }
-    } else if (layout != kRefused) {
-        next = record->value_at + layout;
-    }
-    record->next = next <= size ? next : 0;
-    return true;
-}
-
-// True when the record at `pos`, of `type` and stored name length, bears
-// `name` (`name_length` bytes); its head is inside the buffer.
-inline bool names_match(const uint8_t* bytes, uint64_t pos, uint64_t record_type,
-                        uint64_t record_name, unsigned short type, const char* name,
-                        size_t name_length) {
-    return record_type == type && record_name == name_length + 1 &&
-           memcmp(bytes + pos + 2 * sizeof(uint16_t), name, name_length) == 0;
-}
-
-// The walk of findField() over `bytes` (`size` of them) from `from` to the
-// body's `end`, with its cursor in registers. Returns a FindResult code or
+// The walk of findField() over `bytes` (`size` of them) from offset 0, as a
+// free function with its cursor in registers. Returns a FindResult code or
 // kNotFound, without logging.
-int walk_records(InMemoryStream* stream, const uint8_t* bytes, uint64_t size, uint64_t end,
-                 unsigned short type, const char* name, size_t name_length, int index,
-                 WalkFrom from, WalkEnd* end_of_walk) {
+int walk_fields(InMemoryStream* stream, const uint8_t* bytes, uint64_t size, unsigned short type,
+                const char* name, int index, WalkEnd* end_of_walk) {
     using FindResult = InPostcardImpl::FindResult;
-    InPostcardImpl::RecordCursor walk = {stream, nullptr, bytes, size, from.pos};
+    InPostcardImpl::RecordCursor walk = {stream, nullptr, bytes, size, 0};
     const auto stop = [&](int result, int fields) {
         end_of_walk->pos = walk.pos;
         end_of_walk->fields = fields;
         return result;
     };
-    int matches = from.matches;
-    for (int fields = from.fields;; ++fields) {
+    const int64_t body_length = walk.word<uint32_t>();
+    if (body_length < 0) return stop(FindResult::kNoBodyLength, 0);
+    const size_t name_length = strlen(name);
+    if (name_length == 0) return stop(FindResult::kEmptyName, 0);
+    // The body length is trusted as the walk's end; reads beyond the real
+    // buffer are stopped by the cursor.
+    const uint64_t end = static_cast<uint64_t>(body_length) + sizeof(uint32_t);
+    int matches = 0;
+    for (int fields = 0;; ++fields) {
         if (walk.pos >= end) return stop(FindResult::kPastEnd, fields);
         if (end - walk.pos == 1) return stop(InPostcardImpl::kNotFound, fields);  // end byte
-        WholeRecord record;
-        if (whole_record(walk.bytes, walk.size, walk.pos, &record)) {
-            const bool match = names_match(walk.bytes, walk.pos, record.type, record.name_length,
-                                           type, name, name_length);
-            if (match && matches == index) {
-                walk.pos = record.value_at;
-                return stop(FindResult::kFound, fields);
-            }
-            if (record.next != 0) {
-                if (match) ++matches;
-                walk.pos = record.next;
-                continue;
+        // The common case in one step: a record wholly inside the buffer.
+        // Anything else is read piece by piece below, which reports it.
+        if (walk.has(2 * sizeof(uint16_t))) {
+            uint32_t head = 0;
+            memcpy(&head, walk.bytes + walk.pos, sizeof(head));
+            const uint64_t record_type = kLittleEndian ? head & 0xffff : head >> 16;
+            const uint64_t record_name = kLittleEndian ? head >> 16 : head & 0xffff;
+            const uint64_t value_at = walk.pos + sizeof(head) + record_name;
+            if (record_name != 0 && value_at <= walk.size) {
+                bool match = record_type == type && record_name == name_length + 1;
+                for (size_t i = 0; match && i < name_length; ++i) {
+                    match = walk.bytes[walk.pos + sizeof(head) + i] ==
+                            static_cast<uint8_t>(name[i]);
+                }
+                if (match && matches == index) {
+                    walk.pos = value_at;
+                    return stop(FindResult::kFound, fields);
+                }
+                const ValueLayout layout = layout_of(static_cast<unsigned short>(record_type));
+                uint64_t next = 0;
+                if (layout == kTextLength || layout == kBlobLength) {
+                    uint32_t length = 0;
+                    if (walk.size - value_at >= sizeof(length)) {
+                        memcpy(&length, walk.bytes + value_at, sizeof(length));
+                        if (length != 0) next = value_at + sizeof(length) + length;
+                    }
+                } else if (layout != kRefused) {
+                    next = value_at + layout;
+                }
+                if (next != 0 && next <= walk.size) {
+                    if (match) ++matches;
+                    walk.pos = next;
+                    continue;
+                }
             }
         }
         // A record the step above cannot pass is malformed or cut short (and
@@ -362,31 +334,6 @@ int walk_records(InMemoryStream* stream, const uint8_t* bytes, uint64_t size, ui
 
 }  // namespace
 
-const InPostcardImpl::FieldIndex* InPostcardImpl::indexFor(const RecordCursor& at) {
-    if (own_stream_ == nullptr || at.bytes == nullptr || at.size < sizeof(uint32_t)) {
-        return nullptr;
-    }
-    FieldIndex& index = index_;
-    if (index.bytes == at.bytes && index.size == at.size) return &index;
-    uint32_t body_length = 0;
-    memcpy(&body_length, at.bytes, sizeof(body_length));
-    index.end = static_cast<uint64_t>(body_length) + sizeof(uint32_t);
-    index.count = 0;
-    uint64_t pos = sizeof(uint32_t);
-    // Records the walk passes in one step; it goes on from `next` with what
-    // stops it (the end, the end byte, a record it reads piece by piece).
-    while (index.count < FieldIndex::kCapacity && pos < index.end && index.end - pos != 1) {
-        WholeRecord record;
-        if (!whole_record(at.bytes, at.size, pos, &record) || record.next == 0) break;
-        index.offset[index.count++] = pos;
-        pos = record.next;
-    }
-    index.next = pos;
-    index.bytes = at.bytes;
-    index.size = at.size;
-    return &index;
-}
-
 // findField() without moving the stream's get cursor: on return `*at` (when
 // its stream is set) is where the walk stopped, at the value for a match.
 int InPostcardImpl::find(unsigned short type, const char* name, int index, RecordCursor* at) {
@@ -398,54 +345,7 @@ int InPostcardImpl::find(unsigned short type, const char* name, int index, Recor
     }
     *at = cursor(true);
     WalkEnd end;
-    int result = 0;
-    if (const FieldIndex* fields = indexFor(*at)) {
-        const size_t name_length = strlen(name);
-        if (name_length == 0) {
-            end.pos = sizeof(uint32_t);
-            result = FindResult::kEmptyName;
-        } else {
-            // The indexed records first, as the walk would pass them.
-            int matches = 0;
-            result = kNotFound;
-            for (uint32_t i = 0; i < fields->count && result == kNotFound; ++i) {
-                uint64_t record_type = 0;
-                uint64_t record_name = 0;
-                read_head(at->bytes, fields->offset[i], &record_type, &record_name);
-                if (!names_match(at->bytes, fields->offset[i], record_type, record_name, type, name,
-                                 name_length)) {
-                    continue;
-                }
-                if (matches++ == index) {
-                    end.pos = fields->offset[i] + 2 * sizeof(uint16_t) + record_name;
-                    end.fields = static_cast<int>(i);
-                    result = FindResult::kFound;
-                }
-            }
-            if (result == kNotFound) {
-                result = walk_records(
-                        stream_, at->bytes, at->size, fields->end, type, name, name_length, index,
-                        {fields->next, static_cast<int>(fields->count), matches}, &end);
-            }
-        }
-    } else {
-        RecordCursor walk = *at;
-        const int64_t body_length = walk.word<uint32_t>();
-        const size_t name_length = strlen(name);
-        if (body_length < 0) {
-            end.pos = walk.pos;
-            result = FindResult::kNoBodyLength;
-        } else if (name_length == 0) {
-            end.pos = walk.pos;
-            result = FindResult::kEmptyName;
-        } else {
-            // The body length is trusted as the walk's end; reads beyond the
-            // real buffer are stopped by the cursor.
-            result = walk_records(stream_, walk.bytes, walk.size,
-                                  static_cast<uint64_t>(body_length) + sizeof(uint32_t), type, name,
-                                  name_length, index, {walk.pos, 0, 0}, &end);
-        }
-    }
+    const int result = walk_fields(stream_, at->bytes, at->size, type, name, index, &end);
     at->pos = end.pos;
     if (result == FindResult::kBadValue) reportSkip(end.skip_result, end.skip_type);
     if (result != FindResult::kFound && result != kNotFound) reportFind(result, end.fields);

@@ -225,28 +225,11 @@ class InPostcardImpl final : public InPostcard {
     int reportFind(int result, int field_no);
     void reportSkip(int result, unsigned short type);
 
-    // Where each record of the buffer's well-formed head starts, taken by the
-    // first look-up so that the next ones scan offsets instead of walking the
-    // records again; a look-up goes on with the walk where the index ends.
-    // Only for the reader's own stream, whose buffer does not change under it
-    // (a lent buffer must stay as it is while the reader reads it).
-    struct FieldIndex {
-        static constexpr uint32_t kCapacity = 64;
-        const uint8_t* bytes = nullptr;  // the buffer it describes; null: none
-        uint64_t size = 0;
-        uint64_t end = 0;   // the walk's end: the body length word's value + 4
-        uint64_t next = 0;  // where the walk goes on after the last record
-        uint32_t count = 0;
-        uint64_t offset[kCapacity] = {};
-    };
-    const FieldIndex* indexFor(const RecordCursor& at);
-
     uint32_t state_ = 0;
     InMemoryStream* stream_ = nullptr;
     // `stream_` when the reader created it itself (its class is then known,
     // so its calls bind directly), else null.
     InMemoryStreamImpl* own_stream_ = nullptr;
-    FieldIndex index_;
 };
 
 }  // namespace vel_loc_fw
