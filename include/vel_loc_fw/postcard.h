@@ -19,7 +19,7 @@
 //   int a = 0;
 //   in->getInt32("A", a);
 //
-// Every lookup finds what a walk over the fields from the start finds: a field by its type
+// Every lookup walks the fields from the start; a field is found by its type
 // and name together, and repeated names are told apart by their index. A
 // lookup that finds nothing returns -1 without logging; other failures return
 // a positive code and log under "OutPostcard" / "InPostcard". A postcard is

@@ -483,5 +483,34 @@ TEST(TimestampPostcardTest, InsertCodes) {
     EXPECT_EQ(4u, out->getEncodedBuffer()->getSize());  // nothing added to `out`
 }
 
+// Each piece of a record reports its own code when its append cannot grow the
+// stream: `free_room` bytes are left in the first 64-byte buffer and the
+// reallocation the next too-large piece needs fails.
+TEST(PostcardWriterTest, AFailedAppendReportsItsPiece) {
+    static const int one = 1;
+    int (*const simple)(O*) = [](O* c) { return c->addInt32("N", 1); };
+    int (*const blob)(O*) = [](O* c) { return c->addBlob("N", "abcd", 4); };
+    int (*const array)(O*) = [](O* c) { return c->addArrayInt32("N", 1, &one); };
+    const struct {
+        size_t free_room;
+        int (*step)(O*);
+        int code;
+    } cases[] = {{2, simple, 6},  {4, simple, 7},  {6, simple, 8},
+                 {8, simple, 9},  {2, blob, 8},    {4, blob, 9},
+                 {6, blob, 10},   {10, blob, 11},  {14, blob, 12},
+                 {2, array, 8},   {4, array, 9},   {6, array, 10},
+                 {10, array, 11}, {14, array, 12}, {1, [](O* c) { return c->finalize(); }, 3}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.free_room << " -> " << c.code);
+        std::unique_ptr<OutPostcard> card = started();
+        const Bytes filler(50 - c.free_room, 0xAB);  // a 10-byte record head and its data
+        ASSERT_EQ(0, card->addBlob("F", filler.data(), filler.size()));
+        ASSERT_EQ(64 - c.free_room, card->getEncodedBuffer()->getSize());
+        NothrowAllocationFailure failure(0);
+        EXPECT_EQ(c.code, c.step(card.get()));
+        EXPECT_TRUE(failure.triggered());
+    }
+}
+
 }  // namespace
 }  // namespace vel_loc_fw
