@@ -117,10 +117,7 @@ eVARNBand toVarnBand(int32_t band) {
 
 wifi_error varn_wifihal_start_gscan(wifi_request_id id, wifi_interface_handle /*iface*/,
                                     wifi_scan_cmd_params params, wifi_scan_result_handler handler) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     if (handler.on_full_scan_result == nullptr || handler.on_scan_event == nullptr) {
         log_warning(kWifiHalTag, "%s: Null callbacks as input parameters", __func__);
         return WIFI_ERROR_INVALID_ARGS;
@@ -185,10 +182,7 @@ wifi_error varn_wifihal_get_cached_gscan_results(wifi_interface_handle /*iface*/
                                                  int* num) {
     log_debug(kWifiHalTag, "%s: Inputs: flush(%u), max(%u)", __func__, static_cast<unsigned>(flush),
               static_cast<unsigned>(max));
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     // The results are written into `max` records at `results`: without them
     // there is nowhere to put an answer.
     if (results == nullptr || num == nullptr || max < 0) {
@@ -224,10 +218,7 @@ wifi_error varn_wifihal_get_cached_gscan_results(wifi_interface_handle /*iface*/
 wifi_error varn_wifihal_set_bssid_hotlist(wifi_request_id id, wifi_interface_handle /*iface*/,
                                           wifi_bssid_hotlist_params params,
                                           wifi_hotlist_ap_found_handler handler) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     checkBound(__func__, "num_bssid", params.num_bssid, MAX_HOTLIST_APS);
     log_debug(kWifiHalTag, "*** HOTLIST PARAMS START *** ");
     log_debug(kWifiHalTag, "request_id(%d) lost_ap_sample_size(%d) num_bssid(%d)", id,
@@ -277,10 +268,7 @@ wifi_error varn_wifihal_set_significant_change_handler(wifi_request_id id,
                                                        wifi_interface_handle /*iface*/,
                                                        wifi_significant_change_params params,
                                                        wifi_significant_change_handler handler) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     checkBound(__func__, "num_bssid", params.num_bssid, MAX_SIGNIFICANT_CHANGE_APS);
     log_debug(kWifiHalTag, "*** SIGNIFICANT CHANGE REQ_ID (%d) PARAMS START *** ", id);
     log_debug(kWifiHalTag,

@@ -106,10 +106,7 @@ wifi_error mapVarnStatusToWiFiHalStatus(int32_t status) {
 
 wifi_error varn_wifihal_get_rtt_capabilities(wifi_interface_handle /*iface*/,
                                              wifi_rtt_capabilities* capabilities) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     if (capabilities == nullptr) {
         log_warning(kWifiHalTag, "%s: %s", __func__, "incorrect input parameter");
         return WIFI_ERROR_INVALID_ARGS;
@@ -188,10 +185,7 @@ wifi_error varn_wifihal_get_valid_channels(wifi_interface_handle /*iface*/, int 
                                            int* num_channels) {
     log_debug(kWifiHalTag, "%s: Inputs: band(%u), max_channels(%u)", __func__,
               static_cast<unsigned>(band), static_cast<unsigned>(max_channels));
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     if (channels == nullptr || num_channels == nullptr) {
         log_warning(kWifiHalTag, "%s: Incorrect input parameter", __func__);
         return WIFI_ERROR_INVALID_ARGS;

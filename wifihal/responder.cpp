@@ -20,6 +20,14 @@ using vel_loc_fw::log_warning;
 // Usage rules sent with the LCI: retransmission allowed.
 constexpr uint32_t kLciUsageRules = 1;
 
+// Sends a request whose answer nobody waits for: WIFI_SUCCESS once the
+// service takes it, else WIFI_ERROR_UNKNOWN after "<function>: <refusal>".
+wifi_error sendUnanswered(const char* function, VARNRequest* request, const char* refusal) {
+    if (client->sendRequest(request) == 0) return WIFI_SUCCESS;
+    log_warning(kWifiHalTag, "%s: %s", function, refusal);
+    return WIFI_ERROR_UNKNOWN;
+}
+
 // Fills `*out` from the responder channel the service reported: width and
 // the three frequencies as given, preamble code 0..3 as the Android preamble
 // bit 1, 2, 4, 8 (any other code as legacy, 1, logged at debug level).
@@ -61,10 +69,7 @@ VARNDisableResponderRequest::~VARNDisableResponderRequest() {
 
 wifi_error varn_wifihal_get_responder_info(wifi_interface_handle /*iface*/,
                                            wifi_rtt_responder* responder_info) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     VARNResponse* rsp;
     {
         VARNRMChannelRequest request(nextReqId());
@@ -88,10 +93,7 @@ wifi_error varn_wifihal_enable_responder(wifi_request_id /*id*/, wifi_interface_
                                          wifi_channel_info channel_hint,
                                          unsigned max_duration_seconds,
                                          wifi_rtt_responder* responder_info) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     VARNResponse* rsp;
     {
         VARNEnableResponderRequest request(
@@ -113,24 +115,14 @@ wifi_error varn_wifihal_enable_responder(wifi_request_id /*id*/, wifi_interface_
 }
 
 wifi_error varn_wifihal_disable_responder(wifi_request_id /*id*/, wifi_interface_handle /*iface*/) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     VARNDisableResponderRequest request(nextReqId());
-    if (client->sendRequest(&request) != 0) {
-        log_warning(kWifiHalTag, "%s: failed to send disable responder", __func__);
-        return WIFI_ERROR_UNKNOWN;
-    }
-    return WIFI_SUCCESS;
+    return sendUnanswered(__func__, &request, "failed to send disable responder");
 }
 
 wifi_error varn_wifihal_set_lci(wifi_request_id /*id*/, wifi_interface_handle /*iface*/,
                                 wifi_lci_information* lci) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     if (lci == nullptr) {
         log_warning(kWifiHalTag, "%s: %s", __func__, "bad input");
         return WIFI_ERROR_INVALID_ARGS;
@@ -156,19 +148,12 @@ wifi_error varn_wifihal_set_lci(wifi_request_id /*id*/, wifi_interface_handle /*
     info.height_unc = lci->height_unc;
 
     VARNSetLCILocationInformation request(nextReqId(), info, kLciUsageRules);
-    if (client->sendRequest(&request) != 0) {
-        log_warning(kWifiHalTag, "%s: failed to send the request", __func__);
-        return WIFI_ERROR_UNKNOWN;
-    }
-    return WIFI_SUCCESS;
+    return sendUnanswered(__func__, &request, "failed to send the request");
 }
 
 wifi_error varn_wifihal_set_lcr(wifi_request_id /*id*/, wifi_interface_handle /*iface*/,
                                 wifi_lcr_information* lcr) {
-    if (clientUnavailable()) {
-        log_warning(kWifiHalTag, "%s: interface not initialized", __func__);
-        return WIFI_ERROR_UNINITIALIZED;
-    }
+    if (refuseWithoutClient(__func__)) return WIFI_ERROR_UNINITIALIZED;
     if (lcr == nullptr || lcr->length < 0) {
         log_warning(kWifiHalTag, "%s: bad input", __func__);
         return WIFI_ERROR_INVALID_ARGS;
@@ -194,9 +179,5 @@ wifi_error varn_wifihal_set_lcr(wifi_request_id /*id*/, wifi_interface_handle /*
     memcpy(info.civic_info, lcr->civic_info, static_cast<size_t>(lcr->length));
 
     VARNSetLCRLocationInformation request(nextReqId(), info);
-    if (client->sendRequest(&request) != 0) {
-        log_warning(kWifiHalTag, "%s: failed to send the request", __func__);
-        return WIFI_ERROR_UNKNOWN;
-    }
-    return WIFI_SUCCESS;
+    return sendUnanswered(__func__, &request, "failed to send the request");
 }

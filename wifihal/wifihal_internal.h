@@ -24,6 +24,14 @@ inline bool clientUnavailable() {
     return varn_wifihal_interface_initialized == 0 || client == nullptr;
 }
 
+// clientUnavailable(), with the warning every entry point gives when it
+// refuses for that reason; `function` names the entry point.
+inline bool refuseWithoutClient(const char* function) {
+    if (!clientUnavailable()) return false;
+    vel_loc_fw::log_warning(kWifiHalTag, "%s: interface not initialized", function);
+    return true;
+}
+
 // The integer a C HAL stored in an enumeration-typed field of its records.
 // Such a field may hold any value; loading it as the enumeration type is
 // undefined for values outside the enumeration's range, so it is read as the
