@@ -75,17 +75,6 @@ TEST(Simulator, ScriptsApplyToTheNextRequestOfTheirKindAndAnswersComeOnTheServic
     EXPECT_EQ(recorded.nodes[1].bssid, aps[1].bssid);
     EXPECT_FALSE(sim.requests()[0].accepted);
 
-    // Synchronous calls: a refusal is a null answer; statuses stick to their request type.
-    sim.refuseNext(VARN_REQ_CAPABILITY);
-    sim.setResponseStatus(VARN_REQ_CAPABILITY, VARN_RSP_STATUS_TIMED_OUT);
-    VARNCapabilityRequest caps(6);
-    EXPECT_EQ(client->getCapabilities(&caps), nullptr);
-    std::unique_ptr<VARNCapabilityResponse> answer(client->getCapabilities(&caps));
-    ASSERT_NE(answer, nullptr);
-    EXPECT_EQ(answer->getResponseStatus(), VARN_RSP_STATUS_TIMED_OUT);
-    EXPECT_EQ(answer->getCapabilities().mcVersion, sim.capabilities().mcVersion);
-    EXPECT_EQ(sim.lastRequest(VARN_REQ_CAPABILITY).call, varn_sim::Call::kGetCapabilities);
-
     client.reset();
     EXPECT_EQ(sim.liveClients(), 0u);
     sim.reset();

@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <numeric>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -54,21 +55,18 @@ Scenario quietWorld(double distance_m, eVARNBandwidth width) {
     return s;
 }
 
-TEST(WorldModel, RttMeanAndSpreadFollowDistanceAndBandwidthPerChain) {
-    const struct {
-        eVARNBandwidth bw;
-        double distance_m;
-    } cases[] = {{VARN_BW_20MHZ, 25.0},
-                 {VARN_BW_40MHZ, 10.0},
-                 {VARN_BW_80MHZ, 3.0},
-                 {VARN_BW_160MHZ, 42.0}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.bw);
-        Scenario s = quietWorld(c.distance_m, c.bw);
+TEST(WorldModel, RttRssiAndLossFollowTheModel) {
+    const std::pair<eVARNBandwidth, double> cases[] = {{VARN_BW_20MHZ, 25.0},
+                                                       {VARN_BW_40MHZ, 10.0},
+                                                       {VARN_BW_80MHZ, 3.0},
+                                                       {VARN_BW_160MHZ, 42.0}};
+    for (const auto& [bw, distance_m] : cases) {
+        SCOPED_TRACE(bw);
+        Scenario s = quietWorld(distance_m, bw);
         s.chain_offset_ps = 2000;
         Sample x = draw(s, varn_sim_test::nodeFor(s.access_points[0], 31), 400);
-        double sigma = Simulator::rttStdevPs(c.bw);
-        double expected = Simulator::expectedRttPs(c.distance_m);
+        double sigma = Simulator::rttStdevPs(bw);
+        double expected = Simulator::expectedRttPs(distance_m);
         ASSERT_GT(x.chain[0].size(), 5000u);
         // Means within 4 standard errors, deviation within 5 %.
         EXPECT_NEAR(mean(x.chain[0]), expected, 4 * sigma / std::sqrt(x.chain[0].size()));
@@ -76,9 +74,8 @@ TEST(WorldModel, RttMeanAndSpreadFollowDistanceAndBandwidthPerChain) {
         EXPECT_NEAR(stdev(x.chain[0]), sigma, 0.05 * sigma);
     }
     EXPECT_EQ(Simulator::expectedRttPs(1.0), 6671);
-}
 
-TEST(WorldModel, RssiFollowsPathLossAndFramesAreLostAtTheConfiguredRate) {
+    // RSSI follows the path loss; frames are lost at the configured rate.
     Scenario s = quietWorld(10.0, VARN_BW_80MHZ);
     s.frame_loss = 0.3;
     Sample x = draw(s, varn_sim_test::nodeFor(s.access_points[0], 20), 500);
