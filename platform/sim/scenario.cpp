@@ -188,11 +188,13 @@ int Scenario::parse(const std::string& text, Scenario* out, std::string* error) 
             s.sensitivity_dbm = number_value;
         } else if (keyword == "rssi_noise_db") {
             s.rssi_noise_db = number_value;
-        } else if (keyword == "frame_loss" || keyword == "multipath") {
+        } else if (keyword == "frame_loss" || keyword == "multipath" || keyword == "bw_fallback") {
             if (number_value < 0 || number_value > 1) {
                 problem = keyword + " must be a probability";
             } else {
-                (keyword == "frame_loss" ? s.frame_loss : s.multipath) = number_value;
+                (keyword == "frame_loss"  ? s.frame_loss
+                 : keyword == "multipath" ? s.multipath
+                                          : s.bw_fallback) = number_value;
             }
         } else {
             problem = "unknown statement " + keyword;

@@ -13,6 +13,7 @@
 #include <mutex>
 #include <new>
 
+#include <varn_sim/trace.h>
 #include <vel_loc_fw/log_util.h>
 
 #include "world.h"
@@ -165,6 +166,10 @@ struct Simulator::State {
     VARNResponderChannelInfo responder;
     std::map<int32_t, eVARNResponseStatus> statuses;
     eScanStatus ranging_scan_status = VARN_SCAN_STATUS_SUCCESS;
+    bool recording = false;
+    Trace recorded;
+    Trace replayed;
+    size_t replay_next = 0;
     std::map<int32_t, std::deque<Script>> scripts;
     bool fail_next_create = false;
     std::vector<RecordedRequest> requests;
@@ -408,6 +413,10 @@ void Simulator::State::resetLocked() {
     responder = defaultResponderChannel();
     statuses.clear();
     ranging_scan_status = VARN_SCAN_STATUS_SUCCESS;
+    recording = false;
+    recorded.responses.clear();
+    replayed.responses.clear();
+    replay_next = 0;
     scripts.clear();
     fail_next_create = false;
     requests.clear();
@@ -487,13 +496,47 @@ RecordedRequest Simulator::State::recordOf(const VARNRequest& request, Call call
 
 VARNRangingScanResponse* Simulator::State::rangeLocked(
         const VARNPeriodicRangingScanRequest& request) {
-    auto* response = new (std::nothrow)
-            VARNRangingScanResponse(request.getRequestId(), ranging_scan_status);
-    if (response == nullptr || ranging_scan_status != VARN_SCAN_STATUS_SUCCESS) return response;
-    for (const VARNPeriodicNodeInfo& node : request.getNodes()) {
-        VARNScanMeasurement* m = rangeNode(scenario, node, cycle, rng);
-        if (m != nullptr && response->getMeasurements().push_back(m) != 0) delete m;
+    const TraceResponse* replay = nullptr;
+    eScanStatus status = ranging_scan_status;
+    if (!replayed.responses.empty()) {
+        replay = &replayed.responses[replay_next++ % replayed.responses.size()];
+        status = replay->scan_status;
     }
+    auto* response = new (std::nothrow) VARNRangingScanResponse(request.getRequestId(), status);
+    TraceResponse record;
+    record.scan_status = status;
+    std::vector<bool> used(replay != nullptr ? replay->peers.size() : 0);
+    for (uint32_t i = 0; response != nullptr && status == VARN_SCAN_STATUS_SUCCESS &&
+                         i < request.getNodes().size();
+         ++i) {
+        const VARNPeriodicNodeInfo& node = request.getNodes()[i];
+        const TracePeer* peer = nullptr;
+        for (size_t k = 0; replay != nullptr && peer == nullptr && k < replay->peers.size(); ++k) {
+            if (!used[k] && replay->peers[k].request.bssid == node.bssid) {
+                used[k] = true;
+                peer = &replay->peers[k];
+            }
+        }
+        // A node the trace did not range answers like an unknown peer.
+        Scenario nobody;
+        nobody.air_time_ms = scenario.air_time_ms;
+        VARNScanMeasurement* m = peer != nullptr ? peer->toMeasurement()
+                                 : rangeNode(replay != nullptr ? nobody : scenario, node, cycle, rng);
+        if (m == nullptr) continue;
+        if (recording) {
+            record.peers.push_back(TracePeer::of(node, *m));
+            TracePeer& p = record.peers.back();
+            if (peer != nullptr) {
+                p.has_true_distance = peer->has_true_distance;
+                p.true_distance_m = peer->true_distance_m;
+            } else if (const AccessPoint* ap = replay == nullptr ? findAp(scenario, m->bssid) : nullptr) {
+                p.has_true_distance = true;
+                p.true_distance_m = ap->distance_m;
+            }
+        }
+        if (response->getMeasurements().push_back(m) != 0) delete m;
+    }
+    if (recording && response != nullptr) recorded.responses.push_back(std::move(record));
     return response;
 }
 
@@ -858,6 +901,23 @@ void Simulator::setChannels(int32_t band, const std::vector<uint32_t>& frequenci
 void Simulator::setResponseStatus(eVARNRequestType type, eVARNResponseStatus status) {
     std::lock_guard<std::mutex> lock(state_->mu);
     state_->statuses[type] = status;
+}
+
+void Simulator::setRecording(bool on) {
+    std::lock_guard<std::mutex> lock(state_->mu);
+    state_->recording = on;
+    if (on) state_->recorded.responses.clear();
+}
+
+Trace Simulator::recordedTrace() const {
+    std::lock_guard<std::mutex> lock(state_->mu);
+    return state_->recorded;
+}
+
+void Simulator::replay(const Trace& trace) {
+    std::lock_guard<std::mutex> lock(state_->mu);
+    state_->replayed = trace;
+    state_->replay_next = 0;
 }
 
 void Simulator::setRangingScanStatus(eScanStatus status) {

@@ -90,14 +90,14 @@ VARNRateInfo frameRate(uint8_t preamble, uint8_t bw, uint8_t chains) {
     return rate;
 }
 
+}  // namespace
+
 const AccessPoint* findAp(const Scenario& scenario, const VARNMacAddress& bssid) {
     for (const AccessPoint& ap : scenario.access_points) {
         if (ap.bssid == bssid) return &ap;
     }
     return nullptr;
 }
-
-}  // namespace
 
 VARNScanMeasurement* rangeNode(const Scenario& scenario, const VARNPeriodicNodeInfo& node,
                                uint32_t cycle, Rng& rng) {
@@ -128,7 +128,6 @@ VARNScanMeasurement* rangeNode(const Scenario& scenario, const VARNPeriodicNodeI
     int requested_bw = std::min(std::max(static_cast<int>(node.bandwidth), 0), 3);
     uint8_t bw = static_cast<uint8_t>(std::min(requested_bw, static_cast<int>(ap->width)));
     uint8_t preamble = framePreamble(node.preamble);
-    double stdev = Simulator::rttStdevPs(static_cast<eVARNBandwidth>(bw));
     double true_rtt = 2.0 * ap->distance_m / kSpeedOfLight * 1e12;
     double mean_rssi = meanRssiDbm(scenario, *ap, cycle);
     uint64_t start_us = nowBoottimeUs();
@@ -138,6 +137,10 @@ VARNScanMeasurement* rangeNode(const Scenario& scenario, const VARNPeriodicNodeI
         VARNMeasurementInfo* info = new (std::nothrow) VARNMeasurementInfo();
         if (info == nullptr) break;
         uint8_t chain = static_cast<uint8_t>(k % 2);
+        // Drawn only when enabled, so that other scenarios keep their numbers.
+        uint8_t frame_bw = bw;
+        if (scenario.bw_fallback > 0 && bw > 0 && rng.uniform() < scenario.bw_fallback) --frame_bw;
+        double stdev = Simulator::rttStdevPs(static_cast<eVARNBandwidth>(frame_bw));
         double rtt = true_rtt + rng.gaussian() * stdev;
         if (rng.uniform() < scenario.multipath) {
             rtt += rng.uniform(kMultipathMinPs, kMultipathMaxPs);
@@ -148,8 +151,8 @@ VARNScanMeasurement* rangeNode(const Scenario& scenario, const VARNPeriodicNodeI
         info->rssi = static_cast<int16_t>(std::lround(2.0 * rssi));
         info->rssi_timestamp = start_us + k * 1000u;
         info->rtt_timestamp = info->rssi_timestamp;
-        info->tx_rate = frameRate(preamble, bw, 1);
-        info->rx_rate = frameRate(preamble, bw, 2);
+        info->tx_rate = frameRate(preamble, frame_bw, 1);
+        info->rx_rate = frameRate(preamble, frame_bw, 2);
         info->tx_chain_index = 0;
         info->rx_chain_index = chain;
         if (m->measurements.push_back(info) != 0) delete info;

@@ -40,6 +40,9 @@ uint32_t channelNumber(uint32_t frequency_mhz);
 double meanRssiDbm(const Scenario& scenario, const AccessPoint& ap, uint32_t cycle);
 bool isVisible(const Scenario& scenario, const AccessPoint& ap, uint32_t cycle);
 
+// The scenario's access point of `bssid`; null when there is none.
+const AccessPoint* findAp(const Scenario& scenario, const VARNMacAddress& bssid);
+
 // The measurement of one ranging node (owned by the caller), never null
 // unless out of memory. `cycle` is the current scan cycle.
 VARNScanMeasurement* rangeNode(const Scenario& scenario, const VARNPeriodicNodeInfo& node,

@@ -34,6 +34,8 @@
 //   frame_loss <p>                  probability of losing a frame (default 0.05)
 //   multipath <p>                   probability of a late outlier (default 0.05)
 //   chain_offset_ps <n>             extra delay of receive chain 1 (default 300)
+//   bw_fallback <p>                 probability that a frame is exchanged at the
+//                                   next narrower bandwidth (default 0)
 //   air_time_ms <n>                 ranging air time per node (default 20)
 //   ap <bssid> <ssid> <freq_mhz> <width_mhz> <distance_m> [key=value ...]
 //       bssid  aa:bb:cc:dd:ee:ff; ssid without blanks ("-" for hidden);
@@ -54,6 +56,7 @@
 #include <vector>
 
 #include <varn_client/VARNClient.h>
+#include <varn_sim/trace.h>
 
 namespace varn_sim {
 
@@ -85,6 +88,7 @@ struct Scenario {
     double frame_loss = 0.05;
     double multipath = 0.05;
     int32_t chain_offset_ps = 300;
+    double bw_fallback = 0.0;
     uint32_t air_time_ms = 20;
     std::vector<AccessPoint> access_points;
 
@@ -159,6 +163,19 @@ class Simulator {
     void setResponseStatus(eVARNRequestType type, eVARNResponseStatus status);
     // Response-level scan status of later ranging answers (default success).
     void setRangingScanStatus(eScanStatus status);
+
+    // Ranging traces. While recording, every ranging answer the service
+    // produces (from the world or from a replayed trace) is kept, with the
+    // true distance of each peer the world knows; switching it on starts a
+    // new recording.
+    void setRecording(bool on);
+    Trace recordedTrace() const;
+    // Answers ranging from `trace` instead of the physical model: each
+    // request takes the trace's next response (after the last, the first
+    // again) with its scan status, and each node the first peer of its BSSID
+    // not yet taken from that response, or no response when there is none.
+    // An empty trace brings the physical model back.
+    void replay(const Trace& trace);
 
     // One-shot scripts, consumed by the next request of `type` (queued in order).
     void refuseNext(eVARNRequestType type);  // send: returns -1; sync: returns null
