@@ -45,7 +45,8 @@ struct Figures {
 };
 
 // Percentile `p` (0..100) of `values` by linear interpolation between the
-// closest ranks (position (n - 1) p / 100 of the sorted values); NaN when empty.
+// closest ranks (position (n - 1) p / 100 of the sorted values); NaN values
+// are left out; NaN when none is left.
 double percentile(std::vector<double> values, double p);
 
 // Figures over the samples of one bandwidth, or of all with `bw_mhz` 0.
@@ -57,9 +58,9 @@ struct SettingRun {
 };
 
 // The best run: the lowest RMS error among the runs that kept at least 95 %
-// of the largest number of successful results (an aggressive filter must not
-// win by dropping the hard peers); ties go to more successes, then to the
-// earlier run. runs.size() when no run scored anything.
+// of the largest number of successful results of a run that scored (an
+// aggressive filter must not win by dropping the hard peers); ties go to more
+// successes, then to the earlier run. runs.size() when no run scored anything.
 size_t bestRun(const std::vector<SettingRun>& runs);
 
 // The table: per run one "all" row, then one row per bandwidth seen in any
