@@ -22,12 +22,14 @@ trap 'rm -rf "$work"' EXIT
 status=0
 problem() { echo "$*"; status=1; }
 
-# CMake targets that Android.bp does not build, and why: the demo is a host
-# program over the simulator; the postcard benchmark measures against
-# msgpack-c, which the platform tree does not carry.
-cmake_only="varn_demo postcard_bench"
+# CMake targets that Android.bp does not build, and why: the demo and the
+# tuning tool (with its tests) are host programs over the simulator; the
+# postcard benchmark measures against msgpack-c, which the platform tree does
+# not carry.
+cmake_only="varn_demo varn_tune varn_tune_core demo_tests postcard_bench"
 # Files that CMake compiles into targets of its own only.
-cmake_only_files="demo/varn_demo.cpp bench/postcard_bench.cpp"
+cmake_only_files="demo/varn_demo.cpp demo/varn_tune.cpp demo/tune_report.cpp demo/tune_runner.cpp
+    tests/demo/tune_test.cpp bench/postcard_bench.cpp"
 
 # 1. Well-formed and formatted.
 if ! bpfmt -d "$BP" >"$work/bpfmt.diff" 2>&1; then

@@ -104,6 +104,7 @@ class JsonReader {
                 skipSpace();
                 if (pos_ >= s_.size() || s_[pos_] != '"') bad("expected a member name");
                 std::string name = parseString();
+                if (v.member(name.c_str()) != nullptr) bad("duplicate member \"" + name + "\"");
                 expect(':');
                 v.members.emplace_back(std::move(name), parseValue(depth + 1));
             } while (take(','));
