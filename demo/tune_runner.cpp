@@ -121,12 +121,13 @@ class Session {
         varn_sim::Simulator& sim = varn_sim::Simulator::instance();
         // Instant answers wait until the library has noted its request.
         sim.setDeliveryHeld(true);
-        const wifi_error rc = varn_wifihal_rtt_range_request(
-                id_, nullptr, static_cast<unsigned>(configs.size()), configs.data(),
-                {nullptr, onResults});
+        const wifi_error rc =
+                varn_wifihal_rtt_range_request(id_, nullptr, static_cast<unsigned>(configs.size()),
+                                               configs.data(), {nullptr, onResults});
         sim.setDeliveryHeld(false);
         if (rc != WIFI_SUCCESS) {
-            *error = "ranging request " + std::to_string(id_) + " refused (" + std::to_string(rc) + ")";
+            *error = "ranging request " + std::to_string(id_) + " refused (" + std::to_string(rc) +
+                     ")";
             return false;
         }
         std::unique_lock<std::mutex> lock(g_pending.mutex);
@@ -203,8 +204,8 @@ bool recordScenario(const varn_sim::Scenario& scenario, int rounds, varn_sim::Tr
     return ok;
 }
 
-bool runSetting(const varn_sim::Trace& trace, const Setting& setting,
-                std::vector<Sample>* samples, std::string* error, const Progress& progress) {
+bool runSetting(const varn_sim::Trace& trace, const Setting& setting, std::vector<Sample>* samples,
+                std::string* error, const Progress& progress) {
     // A response without peers (a failed scan) cannot be asked for again.
     varn_sim::Trace replayed;
     for (const varn_sim::TraceResponse& r : trace.responses) {

@@ -30,7 +30,7 @@ bool recordScenario(const varn_sim::Scenario& scenario, int rounds, varn_sim::Tr
 // Replays every response of `trace` that has peers through the library
 // configured with `setting`: one sample per result of each request, with the
 // true distance of its peer (NaN when the trace does not know it).
-bool runSetting(const varn_sim::Trace& trace, const Setting& setting,
-                std::vector<Sample>* samples, std::string* error, const Progress& progress = {});
+bool runSetting(const varn_sim::Trace& trace, const Setting& setting, std::vector<Sample>* samples,
+                std::string* error, const Progress& progress = {});
 
 }  // namespace varn_tune

@@ -210,7 +210,8 @@ int main(int argc, char** argv) {
     // The defaults are always shown, for comparison.
     const varn_tune::Setting defaults;
     size_t default_index = 0;
-    while (default_index < runs.size() && !(runs[default_index].setting == defaults)) ++default_index;
+    while (default_index < runs.size() && !(runs[default_index].setting == defaults))
+        ++default_index;
     if (default_index == runs.size()) runs.push_back({defaults, {}});
 
     ProgressLine progress;

@@ -215,6 +215,8 @@ struct Simulator::State {
     RecordedRequest recordOf(const VARNRequest& request, Call call) const;
     VARNResponse* answerLocked(const VARNRequest& request);
     VARNRangingScanResponse* rangeLocked(const VARNPeriodicRangingScanRequest& request);
+    TracePeer tracePeerOf(const VARNPeriodicNodeInfo& node, const VARNScanMeasurement& m,
+                       const TracePeer* replayed_peer, bool from_world) const;
     void cancelLocked(const VARNCancelRangingScanRequest& request);
     void scanCycleLocked();
     VARNScanMeasurement* measurementOf(const Observation& o) const {
@@ -503,41 +505,48 @@ VARNRangingScanResponse* Simulator::State::rangeLocked(
         status = replay->scan_status;
     }
     auto* response = new (std::nothrow) VARNRangingScanResponse(request.getRequestId(), status);
+    if (response == nullptr) return nullptr;
     TraceResponse record;
     record.scan_status = status;
-    std::vector<bool> used(replay != nullptr ? replay->peers.size() : 0);
-    for (uint32_t i = 0; response != nullptr && status == VARN_SCAN_STATUS_SUCCESS &&
-                         i < request.getNodes().size();
-         ++i) {
-        const VARNPeriodicNodeInfo& node = request.getNodes()[i];
+    // Replaying, a node the trace did not range answers like an unknown peer.
+    Scenario nobody;
+    nobody.air_time_ms = scenario.air_time_ms;
+    std::vector<bool> taken(replay != nullptr ? replay->peers.size() : 0);
+    const auto& nodes = request.getNodes();
+    for (uint32_t i = 0; status == VARN_SCAN_STATUS_SUCCESS && i < nodes.size(); ++i) {
         const TracePeer* peer = nullptr;
-        for (size_t k = 0; replay != nullptr && peer == nullptr && k < replay->peers.size(); ++k) {
-            if (!used[k] && replay->peers[k].request.bssid == node.bssid) {
-                used[k] = true;
+        for (size_t k = 0; k < taken.size() && peer == nullptr; ++k) {
+            if (!taken[k] && replay->peers[k].request.bssid == nodes[i].bssid) {
+                taken[k] = true;
                 peer = &replay->peers[k];
             }
         }
-        // A node the trace did not range answers like an unknown peer.
-        Scenario nobody;
-        nobody.air_time_ms = scenario.air_time_ms;
         VARNScanMeasurement* m = peer != nullptr ? peer->toMeasurement()
-                                 : rangeNode(replay != nullptr ? nobody : scenario, node, cycle, rng);
+                                                 : rangeNode(replay != nullptr ? nobody : scenario,
+                                                             nodes[i], cycle, rng);
         if (m == nullptr) continue;
-        if (recording) {
-            record.peers.push_back(TracePeer::of(node, *m));
-            TracePeer& p = record.peers.back();
-            if (peer != nullptr) {
-                p.has_true_distance = peer->has_true_distance;
-                p.true_distance_m = peer->true_distance_m;
-            } else if (const AccessPoint* ap = replay == nullptr ? findAp(scenario, m->bssid) : nullptr) {
-                p.has_true_distance = true;
-                p.true_distance_m = ap->distance_m;
-            }
-        }
+        if (recording) record.peers.push_back(tracePeerOf(nodes[i], *m, peer, replay == nullptr));
         if (response->getMeasurements().push_back(m) != 0) delete m;
     }
-    if (recording && response != nullptr) recorded.responses.push_back(std::move(record));
+    if (recording) recorded.responses.push_back(std::move(record));
     return response;
+}
+
+// The trace entry of one answer, with the true distance where it is known:
+// from the replayed peer, or from the world that produced it.
+TracePeer Simulator::State::tracePeerOf(const VARNPeriodicNodeInfo& node,
+                                     const VARNScanMeasurement& m, const TracePeer* replayed_peer,
+                                     bool from_world) const {
+    TracePeer p = TracePeer::of(node, m);
+    const AccessPoint* ap = from_world ? findAp(scenario, m.bssid) : nullptr;
+    if (replayed_peer != nullptr) {
+        p.has_true_distance = replayed_peer->has_true_distance;
+        p.true_distance_m = replayed_peer->true_distance_m;
+    } else if (ap != nullptr) {
+        p.has_true_distance = true;
+        p.true_distance_m = ap->distance_m;
+    }
+    return p;
 }
 
 void Simulator::State::cancelLocked(const VARNCancelRangingScanRequest& request) {

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cinttypes>
 #include <cmath>
-#include <cstdio>
 #include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -81,7 +81,8 @@ class JsonReader {
         return false;
     }
     void expect(char c) {
-        if (!take(c)) bad(std::string("expected '") + c + "' at column " + std::to_string(pos_ + 1));
+        if (!take(c))
+            bad(std::string("expected '") + c + "' at column " + std::to_string(pos_ + 1));
     }
     bool literal(const char* word) {
         size_t n = std::char_traits<char>::length(word);
@@ -152,7 +153,9 @@ class JsonReader {
             if (pos_ >= s_.size()) bad("unterminated string");
             c = s_[pos_++];
             switch (c) {
-                case '"': case '\\': case '/': out += c; break;
+                case '"':
+                case '\\':
+                case '/': out += c; break;
                 case 'b': out += '\b'; break;
                 case 'f': out += '\f'; break;
                 case 'n': out += '\n'; break;
@@ -201,7 +204,8 @@ int64_t integerOf(const Json& v, const char* name, int64_t lo, int64_t hi) {
 }
 
 uint64_t unsignedOf(const Json& v, const char* name) {
-    if (v.kind != Json::kNumber || v.text[0] == '-') bad(std::string("\"") + name + "\" is not a count");
+    if (v.kind != Json::kNumber || v.text[0] == '-')
+        bad(std::string("\"") + name + "\" is not a count");
     errno = 0;
     char* end = nullptr;
     unsigned long long value = std::strtoull(v.text.c_str(), &end, 10);
@@ -221,11 +225,13 @@ T field(const Json& object, const char* name) {
 }
 
 void readRate(const Json& v, const char* name, VARNRateInfo* rate) {
-    if (v.kind != Json::kArray || v.items.size() != 6) bad(std::string("\"") + name + "\" is not a rate of 6 numbers");
+    if (v.kind != Json::kArray || v.items.size() != 6)
+        bad(std::string("\"") + name + "\" is not a rate of 6 numbers");
     rate->bit_rate = static_cast<uint32_t>(integerOf(v.items[0], name, 0, UINT32_MAX));
     uint8_t* bytes[5] = {&rate->preamble, &rate->spatial_streams, &rate->bandwidth,
                          &rate->mcs_index, &rate->num_chains};
-    for (int i = 0; i < 5; ++i) *bytes[i] = static_cast<uint8_t>(integerOf(v.items[i + 1], name, 0, 255));
+    for (int i = 0; i < 5; ++i)
+        *bytes[i] = static_cast<uint8_t>(integerOf(v.items[i + 1], name, 0, 255));
 }
 
 VARNMeasurementInfo readFrame(const Json& v) {
@@ -235,7 +241,8 @@ VARNMeasurementInfo readFrame(const Json& v) {
     f.rssi = field<int16_t>(v, "rssi");
     const Json& ts = need(v, "ts", Json::kArray);
     const Json& chains = need(v, "chains", Json::kArray);
-    if (ts.items.size() != 2 || chains.items.size() != 2) bad("\"ts\" and \"chains\" hold two numbers");
+    if (ts.items.size() != 2 || chains.items.size() != 2)
+        bad("\"ts\" and \"chains\" hold two numbers");
     f.rssi_timestamp = unsignedOf(ts.items[0], "ts");
     f.rtt_timestamp = unsignedOf(ts.items[1], "ts");
     f.tx_chain_index = static_cast<uint8_t>(integerOf(chains.items[0], "chains", 0, 255));
@@ -246,7 +253,8 @@ VARNMeasurementInfo readFrame(const Json& v) {
 }
 
 std::vector<uint8_t> hexBytes(const std::string& text, const char* name) {
-    if (text.size() % 2 != 0 || text.size() > 2 * 255) bad(std::string("\"") + name + "\" is not up to 255 hex bytes");
+    if (text.size() % 2 != 0 || text.size() > 2 * 255)
+        bad(std::string("\"") + name + "\" is not up to 255 hex bytes");
     std::vector<uint8_t> bytes;
     for (size_t i = 0; i < text.size(); i += 2) {
         unsigned value = 0;
@@ -287,15 +295,18 @@ TracePeer readPeer(const Json& v) {
     p.burst_duration = field<uint32_t>(v, "burst_duration_ms");
     p.negotiated_burst_num = field<uint32_t>(v, "negotiated_burst_num");
     if (const Json* ssid = v.member("ssid")) {
-        if (ssid->kind != Json::kString || ssid->text.size() > VARNSsid::kMaxSsidLength) bad("bad \"ssid\"");
+        if (ssid->kind != Json::kString || ssid->text.size() > VARNSsid::kMaxSsidLength)
+            bad("bad \"ssid\"");
         p.ssid = ssid->text;
     }
     readElement(v, "lci", &p.lci);
     readElement(v, "lcr", &p.lcr);
     if (const Json* truth = v.member("true_distance_m")) {
         char* end = nullptr;
-        p.true_distance_m = truth->kind == Json::kNumber ? std::strtod(truth->text.c_str(), &end) : NAN;
-        if (end == nullptr || *end != '\0' || !std::isfinite(p.true_distance_m)) bad("bad \"true_distance_m\"");
+        p.true_distance_m =
+                truth->kind == Json::kNumber ? std::strtod(truth->text.c_str(), &end) : NAN;
+        if (end == nullptr || *end != '\0' || !std::isfinite(p.true_distance_m))
+            bad("bad \"true_distance_m\"");
         p.has_true_distance = true;
     }
     const Json& request = need(v, "request", Json::kObject);
@@ -308,7 +319,8 @@ TracePeer readPeer(const Json& v) {
     node.packets_per_measurement = field<uint8_t>(request, "frames");
     node.num_retries = field<uint8_t>(request, "retries");
     node.ftm_params = field<uint32_t>(request, "ftm_params");
-    for (const Json& frame : need(v, "frames", Json::kArray).items) p.frames.push_back(readFrame(frame));
+    for (const Json& frame : need(v, "frames", Json::kArray).items)
+        p.frames.push_back(readFrame(frame));
     return p;
 }
 
@@ -368,7 +380,8 @@ void appendPeer(std::string& out, const TracePeer& p) {
     const VARNPeriodicNodeInfo& n = p.request;
     out += "{\"bssid\":\"" + formatMac(n.bssid) + "\"";
     appendf(out,
-            ",\"frequency\":%" PRIu32 ",\"rtt_type\":%d,\"node_type\":%d,\"target_status\":%d"
+            ",\"frequency\":%" PRIu32
+            ",\"rtt_type\":%d,\"node_type\":%d,\"target_status\":%d"
             ",\"burst_number\":%" PRIu32 ",\"attempted\":%" PRIu32
             ",\"frames_per_burst_peer\":%u,\"retry_after_s\":%u",
             n.frequency, static_cast<int>(p.rtt_type), static_cast<int>(p.node_type),
@@ -388,8 +401,8 @@ void appendPeer(std::string& out, const TracePeer& p) {
             ",\"bandwidth\":%d,\"preamble\":%d,\"rtt_type\":%d,\"frames\":%u,\"retries\":%u"
             ",\"ftm_params\":%" PRIu32 "}",
             n.center_freq0, n.center_freq1, static_cast<int>(n.bandwidth),
-            static_cast<int>(n.preamble), static_cast<int>(n.rtt_type),
-            n.packets_per_measurement, n.num_retries, n.ftm_params);
+            static_cast<int>(n.preamble), static_cast<int>(n.rtt_type), n.packets_per_measurement,
+            n.num_retries, n.ftm_params);
     out += ",\"frames\":[";
     for (size_t i = 0; i < p.frames.size(); ++i) {
         const VARNMeasurementInfo& f = p.frames[i];
@@ -512,7 +525,8 @@ bool Trace::parseFile(const std::string& path, Trace* out, std::vector<std::stri
 }
 
 std::string Trace::headerLine() {
-    return std::string("{\"format\":\"") + kFormatName + "\",\"version\":" + std::to_string(kVersion) + "}";
+    return std::string("{\"format\":\"") + kFormatName +
+           "\",\"version\":" + std::to_string(kVersion) + "}";
 }
 
 std::string Trace::responseLine(const TraceResponse& response) {
