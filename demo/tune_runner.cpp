@@ -12,7 +12,7 @@
 #include <loc_utils/loc_utils.h>
 #include <varn_wifihal.h>
 
-#include "ranging_config.h"
+#include "demo_support.h"
 
 namespace varn_tune {
 
@@ -64,19 +64,6 @@ bool sameBssid(const VARNMacAddress& bssid, const mac_addr addr) {
         if (bssid[i] != addr[i]) return false;
     }
     return true;
-}
-
-int bwMhz(wifi_rtt_bw packet_bw) {
-    switch (packet_bw) {
-        case WIFI_RTT_BW_5: return 5;
-        case WIFI_RTT_BW_10: return 10;
-        case WIFI_RTT_BW_20: return 20;
-        case WIFI_RTT_BW_40: return 40;
-        case WIFI_RTT_BW_80: return 80;
-        case WIFI_RTT_BW_160: return 160;
-        case WIFI_RTT_BW_320: return 320;
-        default: return 0;
-    }
 }
 
 // The library, up with `setting` for as long as it lives.
@@ -224,7 +211,7 @@ bool runSetting(const varn_sim::Trace& trace, const Setting& setting, std::vecto
         std::vector<bool> taken(peers.size());
         for (const Answer& r : results) {
             Sample s;
-            s.bw_mhz = bwMhz(r.packet_bw);
+            s.bw_mhz = varn_demo::bandwidthMhz(r.packet_bw);
             s.succeeded = r.status == RTT_STATUS_SUCCESS;
             s.measured_m = r.distance_mm / 1000.0;
             s.true_m = NAN;

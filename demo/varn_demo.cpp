@@ -32,7 +32,7 @@
 #include <varn_wifihal.h>
 #include <varn_wifihal_results.h>
 
-#include "ranging_config.h"
+#include "demo_support.h"
 
 namespace {
 
@@ -164,19 +164,6 @@ const char* status_name(int status) {
     return status >= 0 && status < 18 ? WIFIHAL_STATUS[status] : "?";
 }
 
-int bw_mhz(int packet_bw) {
-    switch (packet_bw) {
-        case WIFI_RTT_BW_5: return 5;
-        case WIFI_RTT_BW_10: return 10;
-        case WIFI_RTT_BW_20: return 20;
-        case WIFI_RTT_BW_40: return 40;
-        case WIFI_RTT_BW_80: return 80;
-        case WIFI_RTT_BW_160: return 160;
-        case WIFI_RTT_BW_320: return 320;
-        default: return 0;
-    }
-}
-
 void usage(FILE* out) {
     fprintf(out,
             "usage: varn_demo [--scenario FILE] [--config FILE] [--seed N] [--rounds N] [--json]\n"
@@ -248,7 +235,7 @@ void print_round_text(int round, const std::vector<varn_sim::AccessPoint>& aps,
             if (varn_sim::formatMac(ap.bssid) == m.bssid) truth = ap.distance_m;
         }
         printf("%-17s  %-34s %4d %3u/%-3u %9.2f %8.2f %8.2f %6.1f %9.2f", m.bssid.c_str(),
-               status_name(m.status), bw_mhz(m.packet_bw), m.success, m.attempted, m.distance_m,
+               status_name(m.status), varn_demo::bandwidthMhz(m.packet_bw), m.success, m.attempted, m.distance_m,
                m.sd_m, m.spread_m, m.rssi_dbm, truth);
         if (m.status == RTT_STATUS_SUCCESS && !std::isnan(truth)) {
             printf(" %+8.2f\n", m.distance_m - truth);
@@ -537,17 +524,8 @@ int main(int argc, char** argv) {
 
     varn_sim::Simulator& sim = varn_sim::Simulator::instance();
     sim.reset();
-    varn_sim::Scenario scenario = varn_sim::Scenario::defaultScenario();
-    if (!options.scenario_path.empty()) {
-        std::string error;
-        const int line = varn_sim::Scenario::parseFile(options.scenario_path, &scenario, &error);
-        if (line != 0) {
-            fprintf(stderr, "varn_demo: cannot use scenario %s (%s%s): %s\n",
-                    options.scenario_path.c_str(), line > 0 ? "line " : "",
-                    line > 0 ? std::to_string(line).c_str() : "unreadable", error.c_str());
-            return 1;
-        }
-    }
+    varn_sim::Scenario scenario;
+    if (!varn_demo::loadScenario("varn_demo", options.scenario_path, &scenario)) return 1;
     if (options.has_seed) scenario.seed = options.seed;
     sim.setScenario(scenario);
     const std::vector<varn_sim::AccessPoint> aps = sim.accessPoints();
@@ -648,7 +626,7 @@ int main(int argc, char** argv) {
                      "\"distance_spread_m\":%.3f,\"rssi_dbm\":%.1f,\"true_distance_m\":%s,"
                      "\"error_m\":%s}",
                      i > 0 ? "," : "", m.bssid.c_str(), json_escape(status_name(m.status)).c_str(),
-                     bw_mhz(m.packet_bw), m.success, m.attempted, m.distance_m, m.sd_m, m.spread_m,
+                     varn_demo::bandwidthMhz(m.packet_bw), m.success, m.attempted, m.distance_m, m.sd_m, m.spread_m,
                      m.rssi_dbm, std::isnan(truth) ? "null" : std::to_string(truth).c_str(),
                      ok ? std::to_string(m.distance_m - truth).c_str() : "null");
             json += entry;

@@ -22,6 +22,7 @@
 #include <varn_sim/simulator.h>
 #include <varn_sim/trace.h>
 
+#include "demo_support.h"
 #include "tune_report.h"
 #include "tune_runner.h"
 
@@ -160,17 +161,8 @@ bool loadTrace(const Options& o, varn_sim::Trace* trace, std::string* source) {
         *source = "trace " + o.trace_path;
         return ok;
     }
-    varn_sim::Scenario scenario = varn_sim::Scenario::defaultScenario();
-    if (!o.scenario_path.empty()) {
-        std::string error;
-        const int line = varn_sim::Scenario::parseFile(o.scenario_path, &scenario, &error);
-        if (line != 0) {
-            fprintf(stderr, "varn_tune: cannot use scenario %s (%s%s): %s\n",
-                    o.scenario_path.c_str(), line > 0 ? "line " : "",
-                    line > 0 ? std::to_string(line).c_str() : "unreadable", error.c_str());
-            return false;
-        }
-    }
+    varn_sim::Scenario scenario;
+    if (!varn_demo::loadScenario("varn_tune", o.scenario_path, &scenario)) return false;
     if (o.has_seed) scenario.seed = o.seed;
     std::string error;
     if (!varn_tune::recordScenario(scenario, o.rounds, trace, &error,

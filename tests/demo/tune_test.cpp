@@ -14,7 +14,7 @@
 #include <varn_wifihal.h>
 
 #include "log_capture.h"
-#include "ranging_config.h"
+#include "demo_support.h"
 #include "tune_report.h"
 #include "tune_runner.h"
 

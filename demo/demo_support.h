@@ -1,7 +1,11 @@
-// The ranging request the Android framework makes of one access point.
+// What the demo programs share: the framework's ranging request, bandwidth
+// codes and scenario files.
 #pragma once
 
+#include <stdio.h>
 #include <string.h>
+
+#include <string>
 
 #include <hardware_legacy/rtt.h>
 #include <varn_sim/simulator.h>
@@ -46,6 +50,35 @@ inline wifi_rtt_config rangingConfigFor(const varn_sim::AccessPoint& ap) {
             break;
     }
     return c;
+}
+
+// MHz of a `packet_bw` value; 0 when unspecified or unknown.
+inline int bandwidthMhz(int packet_bw) {
+    switch (packet_bw) {
+        case WIFI_RTT_BW_5: return 5;
+        case WIFI_RTT_BW_10: return 10;
+        case WIFI_RTT_BW_20: return 20;
+        case WIFI_RTT_BW_40: return 40;
+        case WIFI_RTT_BW_80: return 80;
+        case WIFI_RTT_BW_160: return 160;
+        case WIFI_RTT_BW_320: return 320;
+        default: return 0;
+    }
+}
+
+// Reads the scenario file at `path` (the built-in scenario when empty) into
+// `scenario`; says why on standard error, as `program`, when it cannot.
+inline bool loadScenario(const char* program, const std::string& path,
+                         varn_sim::Scenario* scenario) {
+    *scenario = varn_sim::Scenario::defaultScenario();
+    if (path.empty()) return true;
+    std::string error;
+    const int line = varn_sim::Scenario::parseFile(path, scenario, &error);
+    if (line == 0) return true;
+    fprintf(stderr, "%s: cannot use scenario %s (%s%s): %s\n", program, path.c_str(),
+            line > 0 ? "line " : "", line > 0 ? std::to_string(line).c_str() : "unreadable",
+            error.c_str());
+    return false;
 }
 
 }  // namespace varn_demo
