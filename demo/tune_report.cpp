@@ -283,7 +283,7 @@ void printTable(FILE* out, const std::vector<SettingRun>& runs, size_t best, siz
         if (i > 0) fputc('\n', out);
         row(i == best ? '*' : ' ', labels[i], "all", figuresOf(runs[i].samples));
         for (int bw : bandwidths) {
-            row(' ', "", bw == 0 ? "?" : fmt("%d MHz", bw),
+            row(' ', "", bw == 0 ? "no bw" : fmt("%d MHz", bw),
                 figuresWhere(runs[i].samples, [bw](const Sample& s) { return s.bw_mhz == bw; }));
         }
     }

@@ -7,7 +7,8 @@
 //   {"format":"varn-ranging-trace","version":1}
 // (other members, e.g. "comment", are ignored). Every further line is one
 // ranging response:
-//   {"scan_status":0,"peers":[<peer>,...]}
+//   {"scan_status":1,"peers":[<peer>,...]}
+// with the response's eScanStatus (1 success; a failed scan has no peers).
 // A peer is one measured target, in the order of the request's nodes:
 //   "bssid"             "aa:bb:cc:dd:ee:ff"
 //   "frequency"         MHz, as the service answered it
