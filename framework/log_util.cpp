@@ -72,23 +72,12 @@ class FilterLock {
     FilterLock& operator=(const FilterLock&) = delete;
 };
 
-// strcmp() equality, inline: tags are short and mostly differ in their first
-// character.
-inline bool same_tag(const char* a, const char* b) {
-    while (*a == *b) {
-        if (*a == '\0') return true;
-        ++a;
-        ++b;
-    }
-    return false;
-}
-
 // The first node, from the head, whose tag equals `tag`; null when there is
 // none. The caller holds the log mutex or the filter lock.
 const TagLevelNode* find_local_level(const char* tag) {
     if (g_local_levels == nullptr || tag == nullptr) return nullptr;
     for (const TagLevelNode* n = g_local_levels->head(); n != nullptr; n = n->next) {
-        if (n->tag != nullptr && same_tag(n->tag, tag)) return n;
+        if (n->tag != nullptr && strcmp(n->tag, tag) == 0) return n;
     }
     return nullptr;
 }
@@ -140,7 +129,7 @@ inline bool passes(const char* tag, ERROR_LEVEL level, ERROR_OUTPUT* output) {
     if (flat.any && tag != nullptr) {
         for (uint32_t i = 0; i < flat.count; ++i) {
             const FlatLevel& entry = flat.entries[i];
-            if (!same_tag(entry.tag, tag)) continue;
+            if (strcmp(entry.tag, tag) != 0) continue;
             if (level > entry.level) return false;
             *output = entry.output;
             return true;
@@ -486,7 +475,7 @@ int log_flush_local_level_for_tag(const char* tag) {
             {
                 FilterLock lock;
                 removed = g_local_levels->extract_if([tag](const TagLevelNode& n) {
-                    return tag == nullptr || (n.tag != nullptr && same_tag(n.tag, tag));
+                    return tag == nullptr || (n.tag != nullptr && strcmp(n.tag, tag) == 0);
                 });
                 rebuild_flat_levels();
                 g_has_local_levels.store(!g_local_levels->empty(), std::memory_order_release);
