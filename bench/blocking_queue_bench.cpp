@@ -7,6 +7,7 @@
 // throughput divided by the baseline's.
 #include <vel_loc_fw/blocking_queue.h>
 
+#include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
 
@@ -46,6 +47,45 @@ class StdQueue {
     std::deque<void*> items_;
 };
 
+// StdQueue on an error-checking mutex, the type that BlockingQueue's mutex
+// has to be: how much of the difference is the mutex type alone.
+class ErrorCheckQueue {
+  public:
+    ErrorCheckQueue() {
+        pthread_mutexattr_t attr;
+        pthread_mutexattr_init(&attr);
+        pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
+        pthread_mutex_init(&mutex_, &attr);
+        pthread_mutexattr_destroy(&attr);
+        pthread_cond_init(&cv_, nullptr);
+    }
+    ~ErrorCheckQueue() {
+        pthread_cond_destroy(&cv_);
+        pthread_mutex_destroy(&mutex_);
+    }
+    ErrorCheckQueue(const ErrorCheckQueue&) = delete;
+    ErrorCheckQueue& operator=(const ErrorCheckQueue&) = delete;
+    void push(void* item) {
+        pthread_mutex_lock(&mutex_);
+        items_.push_back(item);
+        pthread_mutex_unlock(&mutex_);
+        pthread_cond_signal(&cv_);
+    }
+    void* pop() {
+        pthread_mutex_lock(&mutex_);
+        while (items_.empty()) pthread_cond_wait(&cv_, &mutex_);
+        void* item = items_.front();
+        items_.pop_front();
+        pthread_mutex_unlock(&mutex_);
+        return item;
+    }
+
+  private:
+    pthread_mutex_t mutex_;
+    pthread_cond_t cv_;
+    std::deque<void*> items_;
+};
+
 void* item_for(int64_t i) { return reinterpret_cast<void*>(static_cast<uintptr_t>(i + 1)); }
 
 // Moves `items` items from a new producer thread to this thread; fails the
@@ -65,8 +105,9 @@ void through_vel(benchmark::State& state, int64_t items) {
     producer.join();
 }
 
+template <typename Queue>
 void through_std(benchmark::State& state, int64_t items) {
-    StdQueue queue;
+    Queue queue;
     std::thread producer([&] {
         for (int64_t i = 0; i < items; ++i) queue.push(item_for(i));
     });
@@ -84,9 +125,18 @@ void BM_Queue(benchmark::State& state) {
             state, "BlockingQueue items/s / std::mutex + condition_variable + deque",
             {1.0, false, true}, varn_bench::Clock::kWall,
             [&](int64_t items) { through_vel(state, items); },
-            [&](int64_t items) { through_std(state, items); }, 0.02, 1000);
+            [&](int64_t items) { through_std<StdQueue>(state, items); }, 0.02, 1000);
 }
 BENCHMARK(BM_Queue)->Iterations(1);
+
+void BM_QueueSameMutexType(benchmark::State& state) {
+    varn_bench::ratio_row(
+            state, "BlockingQueue items/s / the same std queue on an error-checking mutex",
+            {0.0, false, true}, varn_bench::Clock::kWall,
+            [&](int64_t items) { through_vel(state, items); },
+            [&](int64_t items) { through_std<ErrorCheckQueue>(state, items); }, 0.02, 1000);
+}
+BENCHMARK(BM_QueueSameMutexType)->Iterations(1);
 
 }  // namespace
 
