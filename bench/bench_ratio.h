@@ -32,6 +32,7 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <time.h>
@@ -56,6 +57,22 @@ struct Goal {
     double limit = 0.0;   // 0: no goal, the row is informative only
     bool at_most = true;  // ratio <= limit, else ratio >= limit
     bool throughput = false;
+};
+
+// An error-checking pthread mutex, the type of every mutex of the library:
+// the baselines that lock use it too.
+struct ErrorCheckMutex {
+    ErrorCheckMutex() {
+        pthread_mutexattr_t attr;
+        pthread_mutexattr_init(&attr);
+        pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
+        pthread_mutex_init(&mutex, &attr);
+        pthread_mutexattr_destroy(&attr);
+    }
+    ~ErrorCheckMutex() { pthread_mutex_destroy(&mutex); }
+    ErrorCheckMutex(const ErrorCheckMutex&) = delete;
+    ErrorCheckMutex& operator=(const ErrorCheckMutex&) = delete;
+    pthread_mutex_t mutex;
 };
 
 enum class Clock {

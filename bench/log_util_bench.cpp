@@ -1,27 +1,13 @@
 // Cost of a log call that its level filters out, against the floor every log
 // call pays: an uncontended lock and unlock of an error-checking mutex.
-#include <pthread.h>
-
 #include <vel_loc_fw/log_util.h>
 
 #include "bench_ratio.h"
 
 namespace {
 
-struct ErrorCheckMutex {
-    ErrorCheckMutex() {
-        pthread_mutexattr_t attr;
-        pthread_mutexattr_init(&attr);
-        pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_ERRORCHECK);
-        pthread_mutex_init(&mutex, &attr);
-        pthread_mutexattr_destroy(&attr);
-    }
-    ~ErrorCheckMutex() { pthread_mutex_destroy(&mutex); }
-    pthread_mutex_t mutex;
-};
-
 void filtered_row(benchmark::State& state, const char* path) {
-    ErrorCheckMutex floor;
+    varn_bench::ErrorCheckMutex floor;
     int i = 0;
     varn_bench::ratio_row(
             state, path, {1.3}, varn_bench::Clock::kThreadCpu,
