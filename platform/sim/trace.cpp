@@ -31,7 +31,6 @@ constexpr const char kFormatName[] = "varn-ranging-trace";
 
 struct Json {
     enum Kind { kNull, kBool, kNumber, kString, kArray, kObject } kind = kNull;
-    bool boolean = false;
     std::string text;  // number literal or string contents
     std::vector<Json> items;
     std::vector<std::pair<std::string, Json>> members;
@@ -122,8 +121,7 @@ class JsonReader {
             v.kind = Json::kString;
             v.text = parseString();
         } else if (literal("true")) {
-            v.kind = Json::kBool;
-            v.boolean = true;
+            v.kind = Json::kBool;  // no field of a trace is a boolean: the value is not kept
         } else if (literal("false")) {
             v.kind = Json::kBool;
         } else if (literal("null")) {

@@ -216,4 +216,35 @@ TEST_F(TraceReplayTest, TheToolsFiguresMatchAnIndependentReplay) {
     }
 }
 
+// A run whose successes have the given errors (measured - true), plus
+// `failures` failed results and `unknown` successes without a true distance.
+varn_tune::SettingRun runOf(std::vector<double> errors, int failures = 0, int unknown = 0) {
+    varn_tune::SettingRun run;
+    for (double e : errors) run.samples.push_back({20, true, 10.0, 10.0 + e});
+    for (int i = 0; i < failures; ++i) run.samples.push_back({20, false, 10.0, 0.0});
+    for (int i = 0; i < unknown; ++i) run.samples.push_back({20, true, NAN, 10.0});
+    return run;
+}
+
+TEST(BestRunTest, LowestRmsAmongTheRunsThatKeptTheirResults) {
+    const std::vector<double> twenty(20, 1.0);
+    const std::vector<double> nineteen(19, 1.0);
+    const struct {
+        const char* what;
+        std::vector<varn_tune::SettingRun> runs;
+        size_t best;
+    } cases[] = {
+            {"lower rms wins", {runOf({1.0, -1.0}), runOf({0.5, -0.5})}, 1},
+            {"dropping results does not win",
+             {runOf(twenty), runOf(std::vector<double>(18, 0.1), 2)}, 0},
+            {"95% of the most is enough", {runOf(twenty), runOf(std::vector<double>(19, 0.1), 1)}, 1},
+            {"same rms: more successes", {runOf(nineteen, 1), runOf(twenty)}, 1},
+            {"same rms and successes: the earlier", {runOf(twenty), runOf(twenty)}, 0},
+            {"successes without truth do not set the bar", {runOf({}, 0, 40), runOf({2.0})}, 1},
+            {"nothing scored", {runOf({}, 3, 5), runOf({}, 2)}, 2},
+            {"no runs", {}, 0},
+    };
+    for (const auto& c : cases) EXPECT_EQ(varn_tune::bestRun(c.runs), c.best) << c.what;
+}
+
 }  // namespace
