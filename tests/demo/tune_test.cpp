@@ -240,7 +240,9 @@ TEST(BestRunTest, LowestRmsAmongTheRunsThatKeptTheirResults) {
             {"95% of the most is enough", {runOf(twenty), runOf(std::vector<double>(19, 0.1), 1)}, 1},
             {"same rms: more successes", {runOf(nineteen, 1), runOf(twenty)}, 1},
             {"same rms and successes: the earlier", {runOf(twenty), runOf(twenty)}, 0},
-            {"successes without truth do not set the bar", {runOf({}, 0, 40), runOf({2.0})}, 1},
+            {"a run without truth does not set the bar", {runOf({}, 0, 40), runOf({2.0})}, 1},
+            {"a run that scored sets it with all its successes",
+             {runOf({5.0}, 0, 9), runOf({0.1, 0.1})}, 0},
             {"nothing scored", {runOf({}, 3, 5), runOf({}, 2)}, 2},
             {"no runs", {}, 0},
     };
