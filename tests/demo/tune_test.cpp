@@ -13,8 +13,8 @@
 #include <varn_sim/simulator.h>
 #include <varn_wifihal.h>
 
-#include "log_capture.h"
 #include "demo_support.h"
+#include "log_capture.h"
 #include "tune_report.h"
 #include "tune_runner.h"
 
@@ -236,13 +236,17 @@ TEST(BestRunTest, LowestRmsAmongTheRunsThatKeptTheirResults) {
     } cases[] = {
             {"lower rms wins", {runOf({1.0, -1.0}), runOf({0.5, -0.5})}, 1},
             {"dropping results does not win",
-             {runOf(twenty), runOf(std::vector<double>(18, 0.1), 2)}, 0},
-            {"95% of the most is enough", {runOf(twenty), runOf(std::vector<double>(19, 0.1), 1)}, 1},
+             {runOf(twenty), runOf(std::vector<double>(18, 0.1), 2)},
+             0},
+            {"95% of the most is enough",
+             {runOf(twenty), runOf(std::vector<double>(19, 0.1), 1)},
+             1},
             {"same rms: more successes", {runOf(nineteen, 1), runOf(twenty)}, 1},
             {"same rms and successes: the earlier", {runOf(twenty), runOf(twenty)}, 0},
             {"a run without truth does not set the bar", {runOf({}, 0, 40), runOf({2.0})}, 1},
             {"a run that scored sets it with all its successes",
-             {runOf({5.0}, 0, 9), runOf({0.1, 0.1})}, 0},
+             {runOf({5.0}, 0, 9), runOf({0.1, 0.1})},
+             0},
             {"nothing scored", {runOf({}, 3, 5), runOf({}, 2)}, 2},
             {"no runs", {}, 0},
     };
