@@ -120,10 +120,8 @@ class JsonReader {
         } else if (c == '"') {
             v.kind = Json::kString;
             v.text = parseString();
-        } else if (literal("true")) {
+        } else if (literal("true") || literal("false")) {
             v.kind = Json::kBool;  // no field of a trace is a boolean: the value is not kept
-        } else if (literal("false")) {
-            v.kind = Json::kBool;
         } else if (literal("null")) {
             v.kind = Json::kNull;
         } else {
